@@ -1,0 +1,31 @@
+// Conversions that several subsystems share: wide and narrow text, the host's
+// datetime pair, bounded formatting.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "frame/platform.h"
+
+namespace vrn {
+
+// New cleared process-heap blocks that the caller releases with platform::HeapRelease;
+// null for null input (or when the block can't be had).
+char16_t* AnsiToWide(const char* text);
+char* WideToAnsi(const char16_t* text);
+
+struct SqlDateTime {
+    int32_t days;    // since 1900-01-01
+    uint32_t ticks;  // 1/300 s since midnight
+};
+
+void SystemTimeToSqlDateTime(const platform::SystemTime& systemTime, SqlDateTime* result, int32_t* isNull);
+void DateToSqlDateTime(uint16_t year, uint16_t month, uint16_t day, SqlDateTime* result, int32_t* isNull);
+void DateTimeToSqlDateTime(uint16_t year, uint16_t month, uint16_t day, uint16_t hour, uint16_t minute,
+                           uint16_t second, uint16_t milliseconds, SqlDateTime* result, int32_t* isNull);
+
+// printf into buffer[size] in the C locale; the count written, or -1 (and the
+// empty text) when it doesn't fit or an argument is null/0.
+int FormatBounded(char* buffer, size_t size, const char* format, ...) __attribute__((format(printf, 3, 4)));
+
+}  // namespace vrn
