@@ -1,0 +1,262 @@
+#include "percstr/normalize.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace vrn {
+namespace {
+
+struct Normalised {
+    std::string text;
+    uint32_t length;
+    int32_t errors;
+};
+
+constexpr size_t kGuard = 8;
+constexpr char kGuardByte = '\x5A';
+
+// Runs the normaliser over a buffer of `capacity` bytes followed by guard bytes,
+// which must come back untouched.
+Normalised Normalise(const char* input, uint32_t capacity) {
+    std::vector<char> buffer(capacity + kGuard, kGuardByte);
+    uint32_t length = capacity;
+    const int32_t errors = PercStrNormalizeText(input, buffer.data(), &length);
+    for (size_t i = capacity; i < buffer.size(); ++i) {
+        EXPECT_EQ(buffer[i], kGuardByte) << "write past capacity " << capacity << " for \"" << input << "\"";
+    }
+    const std::string text = capacity > 0 && buffer[0] != kGuardByte ? std::string(buffer.data()) : std::string();
+    return {text, length, errors};
+}
+
+struct Case {
+    const char* input;
+    uint32_t capacity;
+    const char* output;
+    int32_t errors;
+};
+
+void ExpectCases(const std::vector<Case>& cases) {
+    for (const Case& c : cases) {
+        const Normalised got = Normalise(c.input, c.capacity);
+        EXPECT_EQ(got.text, c.output) << "input \"" << c.input << "\" capacity " << c.capacity;
+        EXPECT_EQ(got.length, std::strlen(c.output)) << "input \"" << c.input << "\"";
+        EXPECT_EQ(got.errors, c.errors) << "input \"" << c.input << "\"";
+    }
+}
+
+TEST(PercStrNormalizeText, WellFormedTextsBecomeCanonical) {
+    ExpectCases({
+        {"10", 22, "10", 0},
+        {"10+5", 22, "10+5", 0},
+        {"10,5", 22, "10.5", 0},
+        {"10 5", 22, "10+5", 0},
+        {"1 2 3", 22, "1+2+3", 0},
+        {"+10", 22, "10", 0},
+        {"-10", 22, "-10", 0},
+        {"- 5", 22, "-5", 0},
+        {"\t10\n-5 ", 22, "10-5", 0},
+        {"007", 22, "7", 0},
+        {"000", 22, "0", 0},
+        {"0+5", 22, "5", 0},
+        {"5+0", 22, "5", 0},
+        {"5+0.5", 22, "5+0.5", 0},
+        {"5 07", 22, "5+7", 0},
+        {".5", 22, "0.5", 0},
+        {"-.5", 22, "-0.5", 0},
+        {"5 .5", 22, "5+0.5", 0},
+        {"00.5", 22, "0.5", 0},
+        {"1.50", 22, "1.50", 0},
+        {"0.0", 22, "0.0", 0},
+        {"1.", 22, "1", 0},
+        {"1.+2", 22, "1+2", 0},
+        {"1. 2", 22, "1+2", 0},
+        {"0.", 22, "0", 0},
+        {"5+", 22, "5", 0},
+        {"-", 22, "", 0},
+        {"-0", 22, "", 0},
+        {"+0", 22, "", 0},
+        {"5+.-3", 22, "5+0-3", 0},
+        {"999.999999", 22, "999.999999", 0},
+    });
+}
+
+TEST(PercStrNormalizeText, DefectsAreCountedAndDropped) {
+    ExpectCases({
+        {"1234", 22, "123", 1},
+        {"1234+5", 22, "123+5", 1},
+        {"12345678901234567890", 22, "123", 17},
+        {"12.3456789", 22, "12.345678", 1},
+        {"1..5", 22, "1.5", 1},
+        {"1.2.3", 22, "1.2", 2},
+        {"1,5,5", 22, "1.5", 2},
+        {"abc", 22, "", 3},
+        {"a1", 22, "1", 1},
+        {"1a2", 22, "1", 2},
+        {"1a2+3", 22, "1+3", 2},
+        {"10%", 22, "10", 1},
+        {"(10+5)", 22, "10+5", 2},
+        {"1e2", 22, "1", 2},
+        {"1.x5", 22, "1", 2},
+        {"-x5", 22, "-5", 1},
+        {"10\r5", 22, "10", 2},
+        {"\r", 22, "", 1},
+        {"10\xE8", 22, "10", 1},
+        {"\x80\xFF" "5", 22, "5", 2},
+        {"5\xA0" "5", 22, "5", 2},
+    });
+}
+
+TEST(PercStrNormalizeText, SignAfterSignIsOneErrorAndTheLaterSignWins) {
+    ExpectCases({
+        {"--5", 22, "-5", 1},
+        {"-+5", 22, "+5", 1},
+        {"+-5", 22, "5", 1},
+        {"++5", 22, "5", 1},
+        {"-0+5", 22, "+5", 1},
+        {"- +5", 22, "+5", 1},
+        {"10+0-5", 22, "10-5", 1},
+        {"1+-+-2", 22, "1-2", 3},
+    });
+}
+
+TEST(PercStrNormalizeText, CapacityCutsTheTextWithoutCounting) {
+    ExpectCases({
+        {"111+222+333+444+555+666", 22, "111+222+333+444+555+6", 0},
+        {"111+222+333+444+555+6666", 22, "111+222+333+444+555+6", 0},
+        {"1+2+3", 5, "1+2", 0},
+        {"123+4", 5, "123", 0},
+        {"123.4", 5, "123", 0},
+        {"1+.5", 5, "1+0", 0},
+        {"12 .5", 5, "12", 0},
+        {"12 5", 5, "12+5", 0},
+        {"123 5", 5, "123", 0},
+        {"-.5", 5, "-0.5", 0},
+        {"12-.5", 5, "12", 0},
+        {"1-.5", 5, "1-0", 0},
+        {"1234abc", 5, "123", 4},
+        {".12345", 5, "0.12", 0},
+        {"abc", 4, "", 0},
+        {"10", 1, "", 0},
+        {"000", 4, "", 0},
+    });
+}
+
+TEST(PercStrNormalizeText, CasesDecidedBeforeTheMachine) {
+    // No output buffer, or no room at all: nothing written, length 0.
+    uint32_t length = 22;
+    EXPECT_EQ(PercStrNormalizeText("1a", nullptr, &length), 0);
+    EXPECT_EQ(length, 0u);
+
+    char untouched[4] = {'x', 'x', 'x', 'x'};
+    length = 0;
+    EXPECT_EQ(PercStrNormalizeText("1a", untouched, &length), 0);
+    EXPECT_EQ(length, 0u);
+    EXPECT_EQ(untouched[0], 'x');
+
+    // Capacities 1 to 4 and a null or empty input: the empty text, no count.
+    for (uint32_t capacity : {1u, 2u, 3u, 4u, 5u, 22u}) {
+        for (const char* input : {static_cast<const char*>(nullptr), "", "abc"}) {
+            if (capacity >= 5 && input != nullptr && *input != '\0') continue;
+            char out[32];
+            std::memset(out, 'x', sizeof out);
+            length = capacity;
+            EXPECT_EQ(PercStrNormalizeText(input, out, &length), 0) << capacity;
+            EXPECT_EQ(length, 0u);
+            EXPECT_EQ(out[0], '\0');
+            EXPECT_EQ(out[capacity], 'x') << "wrote past capacity " << capacity;
+        }
+    }
+}
+
+TEST(PercStrNormalizeText, ClearsTheWholeOutputBeforeWriting) {
+    char out[22];
+    std::memset(out, 'x', sizeof out);
+    uint32_t length = sizeof out;
+    EXPECT_EQ(PercStrNormalizeText("1.", out, &length), 0);
+    EXPECT_EQ(length, 1u);
+    for (size_t i = 1; i < sizeof out; ++i) EXPECT_EQ(out[i], '\0') << i;
+}
+
+// --- Property check over random inputs ------------------------------------
+
+bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+
+// One term of the canonical form: "0" or 1 to 3 digits without a leading
+// zero, then optionally a point and 1 to 6 decimals.
+bool ReadTerm(const std::string& s, size_t& i, bool& zeroTerm) {
+    const size_t start = i;
+    while (i < s.size() && IsDigit(s[i])) ++i;
+    const size_t digits = i - start;
+    if (digits == 0 || digits > 3 || (digits > 1 && s[start] == '0')) return false;
+    zeroTerm = digits == 1 && s[start] == '0';
+    if (i < s.size() && s[i] == '.') {
+        const size_t point = ++i;
+        while (i < s.size() && IsDigit(s[i])) ++i;
+        if (i == point || i - point > 6) return false;
+        zeroTerm = false;
+    }
+    return true;
+}
+
+// Canonical: signed terms, no blanks. `plain` is false when the text holds a
+// bare zero term among others or starts with '+': normalising drops those, so
+// only plain texts are fixed points.
+bool IsCanonical(const std::string& s, bool& plain) {
+    plain = s.empty() || s[0] != '+';
+    size_t i = 0;
+    size_t terms = 0;
+    bool anyZeroTerm = false;
+    while (i < s.size()) {
+        if (s[i] == '+' || s[i] == '-') {
+            ++i;
+        } else if (terms > 0) {
+            return false;
+        }
+        bool zeroTerm = false;
+        if (!ReadTerm(s, i, zeroTerm)) return false;
+        anyZeroTerm = anyZeroTerm || zeroTerm;
+        ++terms;
+    }
+    if (anyZeroTerm && s != "0") plain = false;
+    return true;
+}
+
+TEST(PercStrNormalizeText, RandomInputsGiveCanonicalTextWithinCapacity) {
+    static const char alphabet[] = "0123456789000.,.+-+- \t\n\r%a(\x80\xE8\xFF";
+    std::mt19937 random(20240521);
+    std::uniform_int_distribution<size_t> pick(0, sizeof alphabet - 2);
+    std::uniform_int_distribution<int> size(0, 40);
+    std::uniform_int_distribution<uint32_t> capacity(0, 30);
+    for (int round = 0; round < 20000; ++round) {
+        std::string input;
+        for (int n = size(random); n > 0; --n) input += alphabet[pick(random)];
+        const uint32_t cap = round % 2 ? 22 : capacity(random);
+        const Normalised got = Normalise(input.c_str(), cap);
+        SCOPED_TRACE("input \"" + input + "\" capacity " + std::to_string(cap));
+
+        EXPECT_EQ(got.length, got.text.size());
+        EXPECT_LE(got.length, cap == 0 ? 0 : cap - 1);
+        EXPECT_GE(got.errors, 0);
+        if (cap < 5) {
+            EXPECT_TRUE(got.text.empty());
+            EXPECT_EQ(got.errors, 0);
+            continue;
+        }
+        bool plain = false;
+        ASSERT_TRUE(IsCanonical(got.text, plain)) << "\"" << got.text << "\"";
+        const Normalised again = Normalise(got.text.c_str(), cap);
+        if (plain) {
+            EXPECT_EQ(again.text, got.text);
+            EXPECT_EQ(again.errors, 0);
+        } else {
+            EXPECT_LT(again.length, got.length);
+        }
+    }
+}
+
+}  // namespace
+}  // namespace vrn
