@@ -10,3 +10,15 @@ if ((${#need[@]})); then
   $sudo apt-get update -qq
   DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq "${need[@]}"
 fi
+# The Windows side: cross compiler (posix threads, for std::thread and std::mutex),
+# the gtest sources to cross-build, and wine to run the result. Recommends would
+# pull in a desktop's worth of graphics and sound; a headless run needs none of it.
+need=()
+for pkg in g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 googletest wine64 wine; do
+  dpkg-query -W -f='${Status}' "$pkg" 2>/dev/null | grep -q 'install ok installed' || need+=("$pkg")
+done
+if ((${#need[@]})); then
+  sudo=""; [ "$(id -u)" -eq 0 ] || sudo=sudo
+  $sudo apt-get update -qq
+  DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends "${need[@]}"
+fi
