@@ -33,6 +33,10 @@ Param TinyInt(uint8_t value);                                  // 48, 1 byte
 Param Bit(bool value);                                         // 104, 1 byte
 Param Float(double value);                                     // 109, 8 bytes
 Param Real(float value);                                       // 109, 4 bytes
+Param NVarChar(std::u16string_view text, uint32_t maxLength = 0);  // 231, UTF-16LE; maxLength 0: 2 x length (at least 2)
+Param NChar(std::u16string_view text, uint32_t n);                  // 239, padded with blanks to n characters
+Param Text(std::string_view text);                             // 35, maxLength the text's length
+Param VarBinary(const Bytes& bytes, uint32_t maxLength = 0);   // 165; maxLength 0: the length (at least 1)
 Param Null(uint8_t type, uint32_t maxLength);                  // a NULL of that type
 Param Output(Param p);                                         // the same, passed as OUTPUT
 
@@ -71,6 +75,13 @@ struct Column {
 
 using Row = std::vector<std::optional<Bytes>>;  // nullopt: NULL (length 0)
 
+// One row set: the columns described together and the rows sent after them,
+// up to the next srv_senddone.
+struct ResultSet {
+    std::vector<Column> columns;
+    std::vector<Row> rows;
+};
+
 enum class EventKind { Message, Output, Done, Describe, Row };
 
 struct CallResult {
@@ -78,8 +89,9 @@ struct CallResult {
     std::vector<Message> messages;
     std::vector<OutputValue> outputs;
     std::vector<Done> dones;
-    std::vector<Column> columns;
-    std::vector<Row> rows;
+    std::vector<Column> columns;        // of all row sets, in order
+    std::vector<Row> rows;              // of all row sets, in order
+    std::vector<ResultSet> resultSets;  // the same, set by set
     std::vector<EventKind> order;  // every delivery, in the order it happened
     // The last value delivered to OUTPUT parameter n, if any.
     const OutputValue* OutputOf(int n) const;
