@@ -1,0 +1,259 @@
+#include "formula/normal_form.h"
+
+#include <algorithm>
+#include <cctype>
+#include <charconv>
+#include <climits>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "formula/round.h"
+
+namespace vrn {
+
+namespace {
+
+// ---- Writer
+
+// Conversion toward zero to 32 bits; out of range (and NaN) gives the integer
+// minimum, as the platform's conversion does, instead of undefined behaviour.
+int32_t TruncateToInt32(double x) {
+    if (!(x > -2147483649.0 && x < 2147483648.0)) return INT32_MIN;
+    return static_cast<int32_t>(x);
+}
+
+// Enough for "%.4f" of any double.
+constexpr size_t kNumberRoom = 400;
+
+// The operand's text: an integer where it lies within 1e-8 of one, else four
+// decimals with the trailing zeros, and then a bare point, removed.
+size_t FormatOperand(double operand, char* out) {
+    const int32_t t = TruncateToInt32(operand);
+    if (std::fabs(operand - t) < 1e-8) {
+        return static_cast<size_t>(std::to_chars(out, out + kNumberRoom, t).ptr - out);
+    }
+    char* last = std::to_chars(out, out + kNumberRoom, operand, std::chars_format::fixed, 4).ptr;
+    if (std::find(out, last, '.') != last) {
+        while (last[-1] == '0') --last;
+        if (last[-1] == '.') --last;
+    }
+    return static_cast<size_t>(last - out);
+}
+
+bool IsRoundingKind(int32_t kind) { return kind >= kRoundCommercial; }
+
+char PrefixOf(double operand, int32_t kind) {
+    if (operand > 0 && kind <= kWriteMargin) return '+';
+    if (kind == kWriteMultiply || kind == kWriteDivide || kind == kWriteAssign) return static_cast<char>(kind);
+    return 0;
+}
+
+char SuffixOf(int32_t kind) {
+    return (kind == kWritePercentage || kind == kWriteMargin) ? static_cast<char>(kind) : 0;
+}
+
+}  // namespace
+
+bool PFormulaWriteOp(PFormulaRecord* record, double operand, int32_t kind) {
+    if (!record->writeNormalForm) return true;
+    if (!IsRoundingKind(kind) && operand == 0.0) return true;
+
+    char text[kNumberRoom + 8];
+    size_t n = 0;
+    if (IsRoundingKind(kind)) {
+        text[n++] = 'A';
+        text[n++] = static_cast<char>(kind);
+        text[n++] = '(';
+        n += static_cast<size_t>(std::to_chars(text + n, text + sizeof text, TruncateToInt32(operand)).ptr -
+                                 (text + n));
+        text[n++] = ')';
+    } else {
+        if (const char prefix = PrefixOf(operand, kind)) text[n++] = prefix;
+        n += FormatOperand(operand, text + n);
+        if (const char suffix = SuffixOf(kind)) text[n++] = suffix;
+    }
+    text[n++] = ' ';
+
+    char* const block = record->normalForm;
+    const size_t size = block ? record->normalFormSize : 0;
+    const size_t used = block ? strnlen(block, size) : 0;
+    if (used + n >= size) {  // the terminator needs a byte too
+        record->errorCode = kPFormulaOutputTooShort;
+        return false;
+    }
+    std::memcpy(block + used, text, n);
+    block[used + n] = '\0';
+    return true;
+}
+
+uint32_t PFormulaNormalFormSize(uint32_t length) { return (length + 1) / 2 * 3 + 4; }
+
+uint32_t PFormulaNormalFormRoom(uint32_t length) {
+    return std::max(PFormulaNormalFormSize(length), 3 * length + 1);
+}
+
+// ---- Reader
+
+namespace {
+
+bool IsBlank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
+bool IsDigit(char c) { return c >= '0' && c <= '9'; }
+
+struct Cursor {
+    const char* p;
+    const char* end;
+
+    void SkipBlanks() {
+        while (p < end && IsBlank(*p)) ++p;
+    }
+    bool AtEnd() const { return p >= end; }
+};
+
+// What strtod would read at p, bounded by end: no number of a valid text runs
+// across its end. The common decimal form takes the fast path; hexadecimal
+// and out-of-range numbers go through strtod on a copy.
+double ReadNumber(Cursor& at) {
+    const char* first = at.p;
+    const bool hex = at.end - first > 2 && first[0] == '0' && (first[1] == 'x' || first[1] == 'X');
+    double x = 0;
+    const std::from_chars_result read = std::from_chars(first, at.end, x);
+    if (!hex && read.ec == std::errc()) {
+        at.p = read.ptr;
+        return x;
+    }
+    const char* last = read.ptr;
+    if (hex) {
+        last = first + 2;
+        while (last < at.end && (std::isxdigit(static_cast<unsigned char>(*last)) || *last == '.' ||
+                                 *last == 'p' || *last == 'P' || *last == '+' || *last == '-')) {
+            ++last;
+        }
+    }
+    const std::string copy(first, last);
+    char* stop = nullptr;
+    x = std::strtod(copy.c_str(), &stop);
+    at.p = first + (stop - copy.c_str());
+    return x;
+}
+
+// Applies one operation at at.p; null on success, else where it failed.
+const char* RunRounding(Cursor& at, double& reg) {
+    ++at.p;  // the A
+    if (at.AtEnd()) return at.p;
+    const char kind = *at.p++;
+    if (kind != 'C' && kind != 'D' && kind != 'E') return at.p;
+    at.SkipBlanks();
+    if (at.AtEnd()) return at.p;
+    if (*at.p++ != '(') return at.p;
+    at.SkipBlanks();
+    if (at.AtEnd()) return at.p;
+    bool negative = false;
+    if (*at.p == '-') {
+        negative = true;
+        ++at.p;
+        at.SkipBlanks();
+        if (at.AtEnd()) return at.p;
+    }
+    const char digit = *at.p++;
+    if (!IsDigit(digit)) return at.p;
+    const int32_t digits = negative ? -(digit - '0') : digit - '0';
+    if (digits < -3 || digits > 3) return at.p;
+    at.SkipBlanks();
+    if (at.AtEnd()) return at.p;
+    if (*at.p++ != ')') return at.p;
+    reg = PFormulaRound(reg, digits, kind);
+    return nullptr;
+}
+
+// The operand x is read; a % or & directly behind it makes it a percentage or a margin.
+const char* ApplyOperand(Cursor& at, double x, double& reg) {
+    if (!at.AtEnd() && *at.p == '%') {
+        ++at.p;
+        if (x < -99 || x > 2900) return at.p;
+        reg = (x / 100 + 1) * reg;
+    } else if (!at.AtEnd() && *at.p == '&') {
+        ++at.p;
+        if (x < -2900 || x > 99) return at.p;
+        reg = reg / (1 - x / 100);
+    } else {
+        reg = x + reg;
+    }
+    return nullptr;
+}
+
+// A sign, * / or =, then blanks, then a number that starts with a digit.
+const char* ExpectDigit(Cursor& at) {
+    ++at.p;
+    at.SkipBlanks();
+    if (at.AtEnd() || !IsDigit(*at.p)) return at.p;
+    return nullptr;
+}
+
+const char* RunOperation(Cursor& at, double& reg) {
+    const char c = *at.p;
+    if (c == 'A') return RunRounding(at, reg);
+    if (c == '+' || c == '-') {
+        if (const char* q = ExpectDigit(at)) return q;
+        const double x = ReadNumber(at);
+        return ApplyOperand(at, c == '-' ? -x : x, reg);
+    }
+    if (IsDigit(c)) return ApplyOperand(at, ReadNumber(at), reg);
+    if (c == '*' || c == '/' || c == '=') {
+        if (const char* q = ExpectDigit(at)) return q;
+        const double x = ReadNumber(at);
+        if (c == '*') reg = x * reg;
+        else if (c == '/') reg = reg / x;
+        else reg = x;
+        return nullptr;
+    }
+    return at.p;
+}
+
+}  // namespace
+
+PFormulaCode PFormulaRun(PFormulaRecord* record, double* result) {
+    const char* const text = record->text;
+    if (!text) return 0;
+    Cursor at{text, text + record->length};
+    double reg = record->value;
+    for (;;) {
+        at.SkipBlanks();
+        if (at.AtEnd() || *at.p == '\0') break;
+        if (const char* q = RunOperation(at, reg)) {
+            record->value = reg;
+            return PFormulaMakeCode(kPFormulaSyntax, static_cast<uint32_t>(q - text), 1);
+        }
+    }
+    record->value = reg;
+    *result = reg;
+    return 0;
+}
+
+namespace {
+
+PFormulaCode RunOn(double* value, const char* text, uint32_t size, uint32_t buffer) {
+    PFormulaRecord record{};
+    record.text = text;
+    record.length = size;
+    record.buffer = buffer;
+    record.value = *value;
+    return PFormulaRun(&record, value);
+}
+
+}  // namespace
+
+PFormulaCode PFormulaRunCounted(double* value, const char* text, uint32_t size) {
+    return RunOn(value, text, size, 0);
+}
+
+PFormulaCode PFormulaRunBuffer(double* value, const char* text, uint32_t size) {
+    return RunOn(value, text, size, 1);
+}
+
+PFormulaCode PFormulaRunText(double* value, const char* text) {
+    return RunOn(value, text, text ? static_cast<uint32_t>(std::strlen(text)) : 0, 0);
+}
+
+}  // namespace vrn

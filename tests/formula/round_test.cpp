@@ -1,0 +1,127 @@
+#include "formula/round.h"
+
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cmath>
+#include <cstdint>
+#include <random>
+
+namespace vrn {
+namespace {
+
+// The rounding steps with their 32-bit truncation, for values whose x (and
+// x + 1) lie inside that range. The engine must match it bit for bit there.
+double RoundBy32BitSteps(double value, int32_t digits, int32_t kind) {
+    const double p = std::pow(10.0, digits);
+    const double x = value * p;
+    const int32_t t = static_cast<int32_t>(x);
+    if (std::fabs(x - t) < 1e-8) return x / p;
+    if (kind == 'C') return static_cast<int32_t>(x + 0.5) / p;
+    if (kind == 'E') return static_cast<int32_t>(x + 1.0) / p;
+    return t / p;
+}
+
+uint64_t Bits(double x) { return std::bit_cast<uint64_t>(x); }
+
+struct RoundRow {
+    double value;
+    int32_t digits;
+    double commercial, down, up;
+};
+
+const RoundRow kRows[] = {
+    {2.5, 0, 3, 2, 3},
+    {3.5, 0, 4, 3, 4},
+    {10, 0, 10, 10, 10},
+    {1.15, 2, 1.15, 1.14, 1.15},
+    {1.10, 2, 1.1, 1.1, 1.1},
+    {1.005, 2, 1, 1, 1.01},
+    {99.999, 2, 100, 99.99, 100},
+    {0.0004, 3, 0, 0, 0.001},
+    {0.0005, 3, 0.001, 0, 0.001},
+    {1234.5678, 2, 1234.57, 1234.56, 1234.57},
+    {1234.5678, 1, 1234.6, 1234.5, 1234.6},
+    {1234.5678, 0, 1235, 1234, 1235},
+    {1234.5678, -1, 1230, 1230, 1240},
+    {1234.5678, -2, 1200, 1200, 1300},
+    {1234.5678, -3, 1000, 1000, 2000},
+    {1500, -3, 2000, 1000, 2000},
+    {1499.99, -3, 1000, 1000, 2000},
+    {-1.2, 1, -1.2, -1.2, -1.2},
+    {-1.24, 1, -1.1, -1.2, -1.1},
+    {-1.25, 1, -1.2, -1.2, -1.1},
+    {-1.26, 1, -1.2, -1.2, -1.1},
+    {-0.4, 0, 0, 0, 0},
+    {-0.6, 0, 0, 0, 0},
+    {0, -3, 0, 0, 0},
+    {0, 3, 0, 0, 0},
+    {0.25, 2, 0.25, 0.25, 0.25},
+    {0.1 + 0.2, 1, 0.1 + 0.2, 0.1 + 0.2, 0.1 + 0.2},  // noise kept: counts as rounded
+    {2147483.647, 3, 2147483.647, 2147483.647, 2147483.647},
+};
+
+TEST(PFormulaRound, WorkedValuesMatchThe32BitStepsBitForBit) {
+    for (const RoundRow& row : kRows) {
+        const int32_t kinds[] = {'C', 'D', 'E'};
+        const double expected[] = {row.commercial, row.down, row.up};
+        for (int k = 0; k < 3; ++k) {
+            SCOPED_TRACE(testing::Message() << row.value << " digits " << row.digits << " kind "
+                                            << static_cast<char>(kinds[k]));
+            const double got = PFormulaRound(row.value, row.digits, kinds[k]);
+            EXPECT_EQ(Bits(got), Bits(RoundBy32BitSteps(row.value, row.digits, kinds[k])));
+            EXPECT_NEAR(got, expected[k], 1e-12 * std::fmax(1.0, std::fabs(expected[k])));
+            EXPECT_FALSE(std::signbit(got) && got == 0) << "negative zero";
+        }
+    }
+}
+
+TEST(PFormulaRound, AnyKindButCAndEActsAsDown) {
+    for (int32_t kind : {0, int('A'), int('c'), int('d'), int('F'), -1}) {
+        EXPECT_EQ(Bits(PFormulaRound(1234.5678, 2, kind)), Bits(PFormulaRound(1234.5678, 2, 'D')));
+    }
+}
+
+TEST(PFormulaRound, RandomValuesInsideThe32BitRangeMatchTheSteps) {
+    std::mt19937_64 rng(42);
+    for (int i = 0; i < 200000; ++i) {
+        const int32_t digits = static_cast<int32_t>(rng() % 11) - 5;  // the function itself takes any digits
+        const double limit = 2147483000.0 / std::pow(10.0, digits);
+        std::uniform_real_distribution<double> any(-limit, limit);
+        // Short decimals hit the near-multiple test far more often than random bits.
+        const double value = (i % 2) ? any(rng) : std::round(any(rng) * 1e4) / 1e4;
+        const int32_t kind = "CDE"[i % 3];
+        ASSERT_EQ(Bits(PFormulaRound(value, digits, kind)), Bits(RoundBy32BitSteps(value, digits, kind)))
+            << value << " digits " << digits << " kind " << static_cast<char>(kind);
+    }
+}
+
+TEST(PFormulaRound, ValuesBeyondThe32BitRangeStillRound) {
+    struct Row {
+        double value;
+        int32_t digits;
+        int32_t kind;
+        double expected;
+    };
+    const Row rows[] = {
+        {2147483.648, 3, 'C', 2147483.648},   // x is 2^31: the first value past the range
+        {2147483.648, 3, 'E', 2147483.648},
+        {-2147483.649, 3, 'D', -2147483.649},
+        {12345678, 3, 'C', 12345678},
+        {12345678.1234, 3, 'D', 12345678.123},
+        {12345678.1234, 3, 'E', 12345678.124},
+        {12345678.1235, 3, 'C', 12345678.124},
+        {99999999.9999, 2, 'C', 100000000},
+        {-99999999.9999, 3, 'D', -99999999.999},
+        {1e300, 3, 'C', 1e300},
+    };
+    for (const Row& row : rows) {
+        EXPECT_NEAR(PFormulaRound(row.value, row.digits, row.kind), row.expected, 1e-6 * std::fabs(row.expected))
+            << row.value << " digits " << row.digits;
+    }
+    EXPECT_TRUE(std::isinf(PFormulaRound(INFINITY, 2, 'C')));
+    EXPECT_TRUE(std::isnan(PFormulaRound(NAN, 2, 'E')));
+}
+
+}  // namespace
+}  // namespace vrn
