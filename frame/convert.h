@@ -2,6 +2,7 @@
 // datetime pair, bounded formatting.
 #pragma once
 
+#include <cstdarg>
 #include <cstddef>
 #include <cstdint>
 
@@ -27,5 +28,7 @@ void DateTimeToSqlDateTime(uint16_t year, uint16_t month, uint16_t day, uint16_t
 // printf into buffer[size] in the C locale; the count written, or -1 (and the
 // empty text) when it doesn't fit or an argument is null/0.
 int FormatBounded(char* buffer, size_t size, const char* format, ...) __attribute__((format(printf, 3, 4)));
+int VFormatBounded(char* buffer, size_t size, const char* format, va_list arguments)
+    __attribute__((format(printf, 3, 0)));
 
 }  // namespace vrn

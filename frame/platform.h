@@ -37,7 +37,8 @@ using HeapPtr = std::unique_ptr<T, HeapDeleter>;
 // ---- Narrow text is the system code page (Windows-1252 here).
 // Same contract as MultiByteToWideChar / WideCharToMultiByte with code page 0,
 // flags 0, length -1: converts through the terminator, returns the number of
-// units written including it, 0 when the output is too small.
+// units written including it, 0 when the output is too small; an output size
+// of 0 asks for the size needed.
 int NarrowToWide(const char* text, char16_t* out, int outUnits);
 int WideToNarrow(const char16_t* text, char* out, int outBytes);
 

@@ -1,0 +1,190 @@
+#include "frame/procedure.h"
+
+#include <array>
+#include <cstdarg>
+#include <cstring>
+
+#include "frame/convert.h"
+
+namespace vrn {
+
+platform::LockHandle PercStrSymbMutex = nullptr;
+platform::LockHandle PercStrMutex = nullptr;
+platform::LockHandle PFormulaMutex = nullptr;
+
+namespace {
+
+// ---- Type codes: one bit per test.
+enum TypeClass : uint8_t {
+    kCharClass = 1 << 0,
+    kTextClass = 1 << 1,
+    kIntegerClass = 1 << 2,
+    kDecimalClass = 1 << 3,
+    kFloatClass = 1 << 4,
+    kBitClass = 1 << 5,
+};
+
+struct TypeCodes {
+    TypeClass typeClass;
+    std::array<uint8_t, 4> codes;  // unused slots repeat the first code
+};
+
+constexpr TypeCodes kTypeCodes[] = {
+    {kCharClass, {SRVVARCHAR, SRVCHAR, SRVBIGVARCHAR, SRVBIGCHAR}},
+    {kTextClass, {SRVTEXT, SRVTEXT, SRVTEXT, SRVTEXT}},
+    {kIntegerClass, {SRVINTN, SRVINT1, SRVINT2, SRVINT4}},
+    {kDecimalClass, {SRVDECIMAL, SRVNUMERIC, SRVDECIMALN, SRVNUMERICN}},
+    {kFloatClass, {SRVFLT4, SRVFLT8, SRVFLTN, SRVFLTN}},
+    {kBitClass, {SRVBIT, SRVBITN, SRVBITN, SRVBITN}},
+};
+
+constexpr std::array<uint8_t, 256> kTypeClasses = [] {
+    std::array<uint8_t, 256> classes{};
+    for (const TypeCodes& entry : kTypeCodes) {
+        for (uint8_t code : entry.codes) classes[code] |= entry.typeClass;
+    }
+    return classes;
+}();
+
+int HasClass(uint8_t type, uint8_t classes) { return (kTypeClasses[type] & classes) != 0 ? 1 : 0; }
+
+// ---- Messages.
+struct MessageKind {
+    int type;
+    DBINT number;
+    DBTINYINT msgClass;
+    DBTINYINT state;
+};
+
+constexpr MessageKind kInformation{SRV_MSG_INFO, 1, 1, 0};
+constexpr MessageKind kError{SRV_MSG_ERROR, 2001, 1, 0};
+
+// One per thread: the text a caller formats is the text its client gets, even
+// when other threads send at the same moment.
+thread_local char MessageBuffer[kMessageBufferSize];
+
+int SendFormatted(SRV_PROC* srvproc, const MessageKind& kind, const char* format, va_list arguments) {
+    (void)VFormatBounded(MessageBuffer, sizeof MessageBuffer, format, arguments);
+    return srv_sendmsg(srvproc, kind.type, kind.number, kind.msgClass, kind.state, nullptr, 0, 0, MessageBuffer,
+                       -1);
+}
+
+// ---- Library entry.
+constexpr uint32_t kProcessDetach = 0;
+constexpr uint32_t kProcessAttach = 1;
+
+// Created and closed in this order.
+platform::LockHandle* const kProcessLocks[] = {&PercStrSymbMutex, &PercStrMutex, &PFormulaMutex};
+
+bool Satisfies(const ParamInfo& info, const ParamRule& rule) {
+    return rule.typeTest != nullptr && rule.typeTest(info.type) != 0 && (info.isOutput != 0) == rule.output &&
+           (rule.maxLength == 0 || info.maxLength == rule.maxLength);
+}
+
+}  // namespace
+
+int GetParam(SRV_PROC* srvproc, int n, ParamInfo* info, void* data) {
+    if (info != nullptr) *info = ParamInfo{};
+    ParamInfo described{};
+    const int result = srv_paraminfo(srvproc, n, &described.type, &described.maxLength, &described.actualLength,
+                                     static_cast<BYTE*>(data), &described.isNull);
+    if (result == 1 && info != nullptr) {
+        described.isOutput = IsOutputParam(srvproc, n);
+        *info = described;
+    }
+    return result;
+}
+
+int IsOutputParam(SRV_PROC* srvproc, int n) { return (srv_paramstatus(srvproc, n) & 1) != 0 ? 1 : 0; }
+
+int IsCharType(uint8_t type) { return HasClass(type, kCharClass); }
+int IsCharOrTextType(uint8_t type) { return HasClass(type, kCharClass | kTextClass); }
+int IsIntegerType(uint8_t type) { return HasClass(type, kIntegerClass); }
+int IsDecimalType(uint8_t type) { return HasClass(type, kDecimalClass); }
+int IsFloatType(uint8_t type) { return HasClass(type, kFloatClass); }
+int IsBitType(uint8_t type) { return HasClass(type, kBitClass); }
+
+bool JudgeCall(SRV_PROC* srvproc, std::initializer_list<ParamRule> rules, ParamInfo* infos) {
+    if (infos != nullptr) {
+        for (size_t i = 0; i < rules.size(); ++i) infos[i] = ParamInfo{};
+    }
+    if (srv_rpcparams(srvproc) != static_cast<int>(rules.size())) return false;
+    int n = 1;
+    for (const ParamRule& rule : rules) {
+        ParamInfo local{};
+        ParamInfo& info = infos != nullptr ? infos[n - 1] : local;
+        if (GetParam(srvproc, n, &info, nullptr) != 1 || !Satisfies(info, rule)) return false;
+        ++n;
+    }
+    return true;
+}
+
+uint32_t ReadIntegerParam(SRV_PROC* srvproc, int n) {
+    // The host copies actualLength bytes: only a value that fits is read, so
+    // nothing wider than an integer can overrun the variable.
+    unsigned char bytes[8] = {};
+    ParamInfo info{};
+    if (GetParam(srvproc, n, &info, nullptr) == 1 && info.actualLength <= sizeof bytes) {
+        (void)GetParam(srvproc, n, nullptr, bytes);
+    }
+    uint32_t value;
+    std::memcpy(&value, bytes, sizeof value);  // the low end on a little-endian host
+    return value;
+}
+
+void ReadCharParam(SRV_PROC* srvproc, int n, const ParamInfo& info, char* buffer) {
+    if (buffer == nullptr) return;
+    const bool read = GetParam(srvproc, n, nullptr, buffer) == 1;
+    buffer[read ? info.actualLength : 0] = '\0';
+}
+
+void SetOutputText(SRV_PROC* srvproc, int n, const char* text, uint32_t length) {
+    (void)srv_paramsetoutput(srvproc, n, reinterpret_cast<BYTE*>(const_cast<char*>(text)), length, 0);
+}
+
+void SetOutputFloat(SRV_PROC* srvproc, int n, double value) {
+    (void)srv_paramsetoutput(srvproc, n, reinterpret_cast<BYTE*>(&value), sizeof value, 0);
+}
+
+int SendMessage(SRV_PROC* srvproc, const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    const int result = SendFormatted(srvproc, kInformation, format, arguments);
+    va_end(arguments);
+    return result;
+}
+
+int SendErrorMessage(SRV_PROC* srvproc, const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    const int result = SendFormatted(srvproc, kError, format, arguments);
+    va_end(arguments);
+    return result;
+}
+
+void CompleteCall(SRV_PROC* srvproc) { (void)srv_senddone(srvproc, SRV_DONE_FINAL, 0, 0); }
+
+LockGuard::LockGuard(platform::LockHandle lock, uint32_t milliseconds)
+    : lock_(lock), obtained_(platform::WaitLock(lock, milliseconds) != platform::kWaitTimeout) {}
+
+LockGuard::~LockGuard() {
+    if (obtained_) (void)platform::ReleaseLock(lock_);
+}
+
+int32_t LibraryEntry(uint32_t reason) {
+    if (reason == kProcessAttach) {
+        // A lock that can't be created stays null: waits on it fail, and only a
+        // time-out stops a procedure, so the library still works unguarded.
+        for (platform::LockHandle* lock : kProcessLocks) {
+            if (*lock == nullptr) *lock = platform::CreateLock();
+        }
+    } else if (reason == kProcessDetach) {
+        for (platform::LockHandle* lock : kProcessLocks) {
+            platform::CloseLock(*lock);
+            *lock = nullptr;
+        }
+    }
+    return 1;
+}
+
+}  // namespace vrn
