@@ -111,13 +111,39 @@ struct Cursor {
     bool AtEnd() const { return p >= end; }
 };
 
-// What strtod would read at p, bounded by end: no number of a valid text runs
-// across its end. The common decimal form takes the fast path; hexadecimal
-// and out-of-range numbers go through strtod on a copy.
+// Powers of ten that a double holds exactly.
+constexpr double kExactPowers[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,  1e10, 1e11,
+                                   1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+
+// Digits with an optional point and decimals, as the normal form writes them:
+// a mantissa of at most 2^53 over an exact power of ten is one correctly
+// rounded division, so the double is the one strtod gives. False when the
+// number needs the general reading (exponent, hexadecimal, too many digits).
+bool ReadPlainNumber(Cursor& at, double& x) {
+    const char* p = at.p;
+    if (p[0] == '0' && at.end - p > 1 && (p[1] == 'x' || p[1] == 'X')) return false;
+    uint64_t mantissa = 0;
+    int digits = 0, decimals = 0;
+    for (; p < at.end && IsDigit(*p); ++p, ++digits) mantissa = mantissa * 10 + static_cast<uint64_t>(*p - '0');
+    if (p < at.end && *p == '.') {
+        for (++p; p < at.end && IsDigit(*p); ++p, ++digits, ++decimals) {
+            mantissa = mantissa * 10 + static_cast<uint64_t>(*p - '0');
+        }
+    }
+    if (p < at.end && (*p == 'e' || *p == 'E')) return false;
+    if (digits > 19 || mantissa > (uint64_t{1} << 53) || decimals > 22) return false;
+    x = static_cast<double>(mantissa) / kExactPowers[decimals];
+    at.p = p;
+    return true;
+}
+
+// What strtod reads at p, bounded by end: no number of a valid text runs
+// across its end. Hexadecimal and out-of-range numbers go through strtod on a copy.
 double ReadNumber(Cursor& at) {
+    double x = 0;
+    if (ReadPlainNumber(at, x)) return x;
     const char* first = at.p;
     const bool hex = at.end - first > 2 && first[0] == '0' && (first[1] == 'x' || first[1] == 'X');
-    double x = 0;
     const std::from_chars_result read = std::from_chars(first, at.end, x);
     if (!hex && read.ec == std::errc()) {
         at.p = read.ptr;

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdlib>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -210,6 +212,23 @@ TEST(PFormulaRun, ANumberNeverRunsAcrossTheEnd) {
     EXPECT_DOUBLE_EQ(value, 133);
     value = 100;
     EXPECT_EQ(PFormulaRunCounted(&value, "1e5", 2), PFormulaMakeCode(-1, 1, 1));
+}
+
+TEST(PFormulaRun, ReadsEveryNumberAsStrtodDoes) {
+    std::mt19937 rng(7);
+    auto digits = [&](int count) {
+        std::string text;
+        for (int i = 0; i < count; ++i) text += static_cast<char>('0' + rng() % 10);
+        return text;
+    };
+    for (int i = 0; i < 100000; ++i) {
+        std::string text = digits(1 + static_cast<int>(rng() % 20));
+        if (rng() % 4) text += "." + digits(static_cast<int>(rng() % 25));
+        if (rng() % 8 == 0) text += "e" + std::to_string(static_cast<int>(rng() % 700) - 350);
+        double value = 0;
+        ASSERT_EQ(PFormulaRunText(&value, text.c_str()), 0u) << text;
+        ASSERT_EQ(value, std::strtod(text.c_str(), nullptr)) << text;
+    }
 }
 
 TEST(PFormulaRun, WrappersAndTheRecord) {
