@@ -1,0 +1,87 @@
+#include "percstr/evaluate.h"
+
+#include "percstr/normalize.h"
+#include "percstr/parser.h"
+#include "percstr/percstr_scanner.h"
+
+namespace vrn {
+
+namespace {
+
+using PercStrGrammar = Grammar<double, TokenLocation, PercStrContext>;
+using Reduce = PercStrGrammar::Reduce;
+
+double Percent(double n) { return n / 100.0; }
+bool Additive(const Reduce& r) { return r.context->mode == 0; }
+
+constexpr lalr::TokenName kTokens[] = {{"NUMBER", kPercStrNumber}};
+
+constexpr lalr::PrecedenceLevel kPrecedence[] = {
+    {lalr::Assoc::Left, "'+' '-'"},
+    {lalr::Assoc::Right, "NEG"},
+};
+
+constexpr PercStrGrammar::Rule kRules[] = {
+    {"input: expr", [](Reduce& r) { r.context->value = r[1]; }},
+    {"input:", [](Reduce& r) { r.context->value = Additive(r) ? 0.0 : 1.0; }},
+    {"expr: '(' expr ')'", [](Reduce& r) { r.value = r[2]; }},
+    {"expr: expr '+' expr", [](Reduce& r) { r.value = Additive(r) ? r[1] + r[3] : r[1] * r[3]; }},
+    {"expr: expr '-' expr", [](Reduce& r) { r.value = Additive(r) ? r[1] - r[3] : (2.0 - r[3]) * r[1]; }},
+    {"expr: '-' expr %prec NEG", [](Reduce& r) { r.value = Additive(r) ? -r[2] : 2.0 - r[2]; }},
+    {"expr: NUMBER",
+     [](Reduce& r) {
+         switch (r.context->mode) {
+             case 0: r.value = Percent(r[1]); break;
+             case 1: r.value = 1.0 - Percent(r[1]); break;
+             default: r.value = Percent(r[1]) + 1.0; break;
+         }
+     }},
+};
+
+void RecordError(PercStrContext* context, const TokenLocation& location) {
+    context->errorCode = -1;
+    context->errorPosition = location.firstColumn;
+    context->errorLength = location.lastColumn - location.firstColumn;
+}
+
+constexpr PercStrGrammar kGrammar{kTokens, kPrecedence, kRules, PercStrNextToken, RecordError};
+
+const Parser<double, TokenLocation, PercStrContext>& PercStrParser() {
+    static const Parser<double, TokenLocation, PercStrContext> parser(kGrammar);
+    return parser;
+}
+
+constexpr uint32_t kNormalizedCapacity = 20;
+
+}  // namespace
+
+int32_t PercStrMode(int32_t modeWord) { return modeWord == 0 || modeWord == 1 ? modeWord : 2; }
+
+double PercStrStartingValue(int32_t modeWord) { return modeWord == 0 ? 0.0 : 1.0; }
+
+const std::vector<std::string>& PercStrGrammarProblems() { return PercStrParser().Tables().problems; }
+
+int32_t PercStrParse(PercStrContext* context) { return PercStrParser().Parse(context); }
+
+int32_t PercStrEvaluate(const char* text, double* value, int32_t mode) {
+    PercStrContext context{PercStrMode(mode), PercStrStartingValue(mode), 0, 0, 0};
+    *value = context.value;
+    if (text == nullptr || text[0] == 0) return kPercStrEvaluated;
+    ScanBuffer* buffer = PercStrScanner.yy_scan_text(text);
+    if (buffer == nullptr) return kPercStrNoBuffer;
+    const int32_t parsed = PercStrParse(&context);
+    PercStrScanner.yy_release_buffer(buffer);
+    if (parsed != kParseAccepted) return kPercStrNotValid;
+    *value = context.value;
+    return kPercStrEvaluated;
+}
+
+int32_t PercStrNormalizeEvaluate(const char* text, double* value, int32_t mode) {
+    char normalized[kNormalizedCapacity];
+    uint32_t length = kNormalizedCapacity;
+    normalized[0] = 0;
+    (void)PercStrNormalizeText(text, normalized, &length);
+    return PercStrEvaluate(normalized, value, mode);
+}
+
+}  // namespace vrn
