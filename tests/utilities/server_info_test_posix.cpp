@@ -1,0 +1,109 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "utilities/server_info_posix.h"
+
+namespace vrn::posixserver {
+namespace {
+
+constexpr char kKerberos[] = R"(
+[libdefaults]
+    default_realm = corp.example.com
+# kdc = commented.example.com
+[realms]
+    OTHER.ORG = {
+        kdc = kdc.other.org
+    }
+    CORP.EXAMPLE.COM = {
+        kdc = dc1.corp.example.com:88
+        kdc = dc2.corp.example.com
+        admin_server = dc1.corp.example.com
+    }
+)";
+
+std::string Text(const char* text) { return text != nullptr ? text : "(absent)"; }
+
+TEST(DomainFactsTest, RoleAndNamesFromTheSetting) {
+    const struct {
+        const char* what;
+        std::string kerberos, samba;
+        bool keytab;
+        Role role;
+        std::string realm, flatName, controller;
+        uint32_t serverType;
+    } cases[] = {
+        {"nothing set up", "", "", false, Role::Standalone, "", "", "", 0x807},
+        {"a default realm without the host's keys", kKerberos, "", false, Role::Standalone, "", "", "", 0x807},
+        {"a plain workgroup", "", "[global]\n workgroup = HOME\n security = user\n", true, Role::Standalone, "", "", "",
+         0x807},
+        {"joined by Kerberos", kKerberos, "", true, Role::Member, "CORP.EXAMPLE.COM", "CORP", "dc1.corp.example.com",
+         0x907},
+        {"Samba member, names without case or blanks", kKerberos,
+         "; comment\n[GLOBAL]\n Work Group = corpnet\n  REALM = Corp.Example.Com\n security = ADS\n", false,
+         Role::Member, "CORP.EXAMPLE.COM", "CORPNET", "dc1.corp.example.com", 0x907},
+        {"continued line and password server", "",
+         "[global]\nworkgroup = \\\n  NT4DOM\nsecurity = domain\npassword server = pdc.nt4.lan:139, bdc\n", false,
+         Role::Member, "", "NT4DOM", "pdc.nt4.lan", 0x907},
+        {"Samba domain controller", "", "[global]\nworkgroup = SAMDOM\nrealm = samdom.lan\nserver role = active "
+                                        "directory domain controller\n",
+         false, Role::Controller, "SAMDOM.LAN", "SAMDOM", "", 0x80F},
+        {"backup controller", "", "[global]\nworkgroup = OLD\nserver role = bdc\n", false, Role::BackupController, "",
+         "OLD", "", 0x817},
+    };
+    for (const auto& c : cases) {
+        DomainFacts facts = ReadDomainFacts({c.kerberos, c.samba, c.keytab, "sql01.corp.example.com"});
+        EXPECT_EQ(facts.role, c.role) << c.what;
+        EXPECT_EQ(facts.realm, c.realm) << c.what;
+        EXPECT_EQ(facts.flatName, c.flatName) << c.what;
+        EXPECT_EQ(facts.controllerHost, c.controller) << c.what;
+        EXPECT_EQ(ServerTypeOf(facts), c.serverType) << c.what;
+    }
+}
+
+TEST(DomainFactsTest, KeytabPlace) {
+    EXPECT_EQ(KeytabPathOf(kKerberos), "");
+    EXPECT_EQ(KeytabPathOf("[libdefaults]\ndefault_keytab_name = FILE:/srv/host.keytab\n"), "/srv/host.keytab");
+}
+
+TEST(DomainControllerTest, RecordOfEachKindOfDomain) {
+    const struct {
+        const char* what;
+        MachineSetting setting;
+        bool found;
+        std::string name, address;
+        uint32_t addressType;
+        std::string domain, forest;
+        uint32_t flags;
+    } cases[] = {
+        {"no domain", {"", "", false, "sql01"}, false, "", "", 0, "", "", 0},
+        {"member of a realm", {kKerberos, "", true, "sql01"}, true, "\\\\DC1", "\\\\DC1", 2, "CORP",
+         "corp.example.com", 0x80000038},
+        {"controller given by address", {"[libdefaults]\ndefault_realm = R.LAN\n[realms]\nR.LAN = {\nkdc = [10.0.0.5]:88\n}\n",
+                                         "", true, "sql01"},
+         true, "(absent)", "\\\\10.0.0.5", 1, "R", "r.lan", 0x80000038},
+        {"realm without a known controller", {"[libdefaults]\ndefault_realm = R.LAN\n", "", true, "sql01"}, true,
+         "(absent)", "(absent)", 0, "R", "r.lan", 0x80000038},
+        {"NT4 style member", {"", "[global]\nworkgroup = NT4\nsecurity = domain\n", false, "sql01"}, true,
+         "(absent)", "(absent)", 0, "NT4", "(absent)", 0},
+        {"this machine is the controller",
+         {"", "[global]\nworkgroup = SAMDOM\nrealm = samdom.lan\nserver role = dc\n", false, "dc9.samdom.lan"}, true,
+         "\\\\DC9", "\\\\DC9", 2, "SAMDOM", "samdom.lan", 0x80000139},
+    };
+    for (const auto& c : cases) {
+        DomainControllerRecord record;
+        ASSERT_EQ(DescribeController(ReadDomainFacts(c.setting), &record), c.found) << c.what;
+        if (!c.found) continue;
+        EXPECT_EQ(Text(record.domainControllerName), c.name) << c.what;
+        EXPECT_EQ(Text(record.domainControllerAddress), c.address) << c.what;
+        EXPECT_EQ(record.domainControllerAddressType, c.addressType) << c.what;
+        EXPECT_EQ(Text(record.domainName), c.domain) << c.what;
+        EXPECT_EQ(Text(record.dnsForestName), c.forest) << c.what;
+        EXPECT_EQ(record.flags, c.flags) << c.what;
+        EXPECT_EQ(record.dcSiteName, nullptr);
+        EXPECT_EQ(record.clientSiteName, nullptr);
+    }
+}
+
+}  // namespace
+}  // namespace vrn::posixserver
