@@ -1,10 +1,7 @@
 #include "frame/convert.h"
 
 #include <climits>
-#include <clocale>
-#include <cstdio>
 #include <cstring>
-#include <locale.h>
 
 namespace vrn {
 
@@ -15,26 +12,6 @@ size_t WideLength(const char16_t* text) {
     while (text[length] != 0) ++length;
     return length;
 }
-
-// Created once: the "C" locale costs nothing to keep and formatting stays cheap.
-locale_t CLocale() {
-    static const locale_t c = newlocale(LC_ALL_MASK, "C", static_cast<locale_t>(0));
-    return c;
-}
-
-// Formats in the C locale whatever the process or thread has chosen.
-class CLocaleScope {
-public:
-    CLocaleScope() : previous_(CLocale() != static_cast<locale_t>(0) ? uselocale(CLocale()) : nullptr) {}
-    ~CLocaleScope() {
-        if (previous_ != static_cast<locale_t>(0)) uselocale(previous_);
-    }
-    CLocaleScope(const CLocaleScope&) = delete;
-    CLocaleScope& operator=(const CLocaleScope&) = delete;
-
-private:
-    locale_t previous_;
-};
 
 constexpr uint64_t kUnitsFrom1601To1900 = 94354848000000000ull;
 constexpr uint64_t kUnitsPerDay = 864000000000ull;
@@ -95,11 +72,7 @@ int VFormatBounded(char* buffer, size_t size, const char* format, va_list argume
         buffer[0] = '\0';
         return -1;
     }
-    int written;
-    {
-        CLocaleScope c;
-        written = std::vsnprintf(buffer, size, format, arguments);
-    }
+    const int written = platform::FormatInCLocale(buffer, size, format, arguments);
     if (written < 0 || static_cast<size_t>(written) >= size) {
         buffer[0] = '\0';
         return -1;

@@ -3,6 +3,7 @@
 // the system's calls (*_win32.cpp). Nothing above this header knows which.
 #pragma once
 
+#include <cstdarg>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -47,5 +48,9 @@ struct SystemTime {
     uint16_t year, month, dayOfWeek, day, hour, minute, second, milliseconds;
 };
 uint64_t SystemTimeToFileTime(const SystemTime& time);
+
+// ---- Formatting: vsnprintf's contract, in the C locale whatever the process chose.
+int FormatInCLocale(char* buffer, size_t size, const char* format, va_list arguments)
+    __attribute__((format(printf, 3, 0)));
 
 }  // namespace vrn::platform
