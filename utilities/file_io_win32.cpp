@@ -21,8 +21,6 @@ HANDLE AsHandle(FileHandle file) { return reinterpret_cast<HANDLE>(file); }
 
 }  // namespace
 
-static_assert(kNoFile == reinterpret_cast<intptr_t>(INVALID_HANDLE_VALUE));
-
 FileHandle OpenExclusive(const char* name, uint32_t* error) {
     HANDLE file = CreateFileA(name, kWriteAccess, kShareNone, nullptr, kOpenAlways, kNormalSequential, nullptr);
     if (file == INVALID_HANDLE_VALUE) {
