@@ -30,6 +30,7 @@ struct Lock {
     HeldLocks* owner = nullptr;  // the owning thread's record; null when free
     uint32_t count = 0;          // recursion depth of the owner
     bool abandoned = false;
+    uint32_t waiters = 0;        // threads blocked in WaitLock: no one to wake saves a call
     Lock* nextHeld = nullptr;    // written only by the owner thread
     // The handle holds one reference and the owner one more, so a lock closed
     // while another thread holds it lives until that thread lets it go.
@@ -92,12 +93,19 @@ uint32_t WaitLock(LockHandle handle, uint32_t milliseconds) {
         ++lock->count;
         return kWaitObject0;
     }
-    const auto isFree = [lock] { return lock->owner == nullptr; };
-    if (milliseconds == kInfinite) {
-        lock->released.wait(hold, isFree);
-    } else {
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
-        if (!lock->released.wait_until(hold, deadline, isFree)) return kWaitTimeout;
+    if (lock->owner != nullptr) {
+        if (milliseconds == 0) return kWaitTimeout;
+        const auto isFree = [lock] { return lock->owner == nullptr; };
+        ++lock->waiters;
+        bool obtained = true;
+        if (milliseconds == kInfinite) {
+            lock->released.wait(hold, isFree);
+        } else {
+            const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
+            obtained = lock->released.wait_until(hold, deadline, isFree);
+        }
+        --lock->waiters;
+        if (!obtained) return kWaitTimeout;
     }
     return TakeOwnership(lock, me);
 }
@@ -106,14 +114,16 @@ bool ReleaseLock(LockHandle handle) {
     auto* lock = static_cast<Lock*>(handle);
     if (lock == nullptr) return false;
     HeldLocks& me = tHeld;
+    bool waited;
     {
         std::lock_guard<std::mutex> hold(lock->guard);
         if (lock->owner != &me) return false;
         if (--lock->count > 0) return true;
         lock->owner = nullptr;
         Unlink(me, lock);
+        waited = lock->waiters > 0;
     }
-    lock->released.notify_one();
+    if (waited) lock->released.notify_one();
     Unreference(lock);
     return true;
 }

@@ -87,21 +87,23 @@ TEST(Lock, AThreadEndingWithTheLockAbandonsItToTheNextWaiter) {
     EXPECT_TRUE(waiter.get());
 }
 
-TEST(Lock, InfiniteWaitLastsUntilReleased) {
-    LockOwner lock;
-    ASSERT_EQ(WaitLock(lock.handle, 0), kWaitObject0);
-    std::atomic<bool> obtained{false};
-    const auto start = Clock::now();
-    std::thread waiter([&] {
-        obtained = WaitLock(lock.handle, kInfinite) == kWaitObject0;
-        (void)ReleaseLock(lock.handle);
-    });
-    std::this_thread::sleep_for(milliseconds(100));
-    EXPECT_FALSE(obtained);
-    ASSERT_TRUE(ReleaseLock(lock.handle));
-    waiter.join();
-    EXPECT_TRUE(obtained);
-    EXPECT_GE(Clock::now() - start, milliseconds(100));
+TEST(Lock, AWaiterGetsItWhenReleasedInTime) {
+    for (uint32_t wait : {kInfinite, 5000u}) {
+        LockOwner lock;
+        ASSERT_EQ(WaitLock(lock.handle, 0), kWaitObject0);
+        std::atomic<bool> obtained{false};
+        const auto start = Clock::now();
+        std::thread waiter([&] {
+            obtained = WaitLock(lock.handle, wait) == kWaitObject0;
+            (void)ReleaseLock(lock.handle);
+        });
+        std::this_thread::sleep_for(milliseconds(100));
+        EXPECT_FALSE(obtained) << wait;
+        ASSERT_TRUE(ReleaseLock(lock.handle));
+        waiter.join();
+        EXPECT_TRUE(obtained) << wait;
+        EXPECT_GE(Clock::now() - start, milliseconds(100));
+    }
 }
 
 TEST(Lock, ClosedWhileHeldLivesUntilTheOwnerLetsGo) {
