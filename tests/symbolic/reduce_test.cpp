@@ -1,0 +1,313 @@
+#include "symbolic/reduce.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "symbolic/symbols.h"
+
+namespace vrn {
+namespace {
+
+struct Outcome {
+    int32_t code;
+    std::string text;
+};
+
+Outcome Reduce(const std::string& text) {
+    char result[kPercStrSymbTextSize];
+    memset(result, 'x', sizeof result);
+    uint32_t length = sizeof result;
+    const int32_t code = PercStrSymbReduce(text.c_str(), result, &length);
+    EXPECT_LT(length, sizeof result);
+    EXPECT_EQ(result[length], '\0') << text;
+    return {code, std::string(result, length)};
+}
+
+using Vars = std::vector<std::pair<const char*, const char*>>;
+
+void Start(int32_t mode, const Vars& vars = {}) {
+    PercStrSymbInitVars(mode);
+    for (const auto& [name, value] : vars) ASSERT_EQ(PercStrSymbSetVarValue(name, value), 0) << name;
+}
+
+void ExpectReduces(const std::string& text, const char* expected) {
+    const Outcome out = Reduce(text);
+    EXPECT_EQ(out.code, kPercStrSymbReduced) << text << " in mode " << PercStrSymbMode;
+    EXPECT_EQ(out.text, expected) << text << " in mode " << PercStrSymbMode;
+}
+
+void ExpectFailsAt(const std::string& text, int32_t position, int32_t length) {
+    PercStrSymbErrorPos = 999;
+    PercStrSymbErrorLen = 999;
+    const Outcome out = Reduce(text);
+    EXPECT_EQ(out.code, kPercStrSymbFailed) << text;
+    EXPECT_EQ(out.text, "") << text;
+    int32_t gotPosition = 0, gotLength = 0;
+    PercStrSymbGetErrorInfo(&gotPosition, &gotLength);
+    EXPECT_EQ(gotPosition, position) << text;
+    EXPECT_EQ(gotLength, length) << text;
+}
+
+TEST(SymbolicReduce, GrammarBuildsWithoutConflicts) { EXPECT_TRUE(PercStrSymbGrammarProblems().empty()); }
+
+TEST(SymbolicReduce, ComparisonsFollowTheMode) {
+    struct Case {
+        const char* text;
+        const char* byMode[3];
+    };
+    const Case cases[] = {
+        {"MIN(10,20)", {"10", "10", "20"}},
+        {"MAX(10,20)", {"20", "20", "10"}},
+        {"MIN(10,20,5)", {"5", "5", "20"}},
+        {"MAX(10,20,5)", {"20", "20", "5"}},
+        {"MIN(10.0,10)", {"10.0", "10.0", "10.0"}},
+        {"MAX(10.0,10)", {"10.0", "10.0", "10.0"}},
+        {"MIN(10+5,14)", {"14", "14", "10+5"}},
+        {"MAX(10+5,14)", {"10+5", "10+5", "14"}},
+        {"MIN(10+5,15)", {"15", "10+5", "10+5"}},
+        {"MAX(10+5,15)", {"10+5", "15", "15"}},
+        {"IIF(10>5,1,2)", {"1", "1", "2"}},
+        {"IIF(10>=10,1,2)", {"1", "1", "1"}},
+        {"IIF(10<5,1,2)", {"2", "2", "1"}},
+        {"IIF(10<=5,1,2)", {"2", "2", "1"}},
+        {"IIF(10=10.0,1,2)", {"1", "1", "1"}},
+        {"IIF(10<>10.0,1,2)", {"2", "2", "2"}},
+        {"IIF(10!=5,1,2)", {"1", "1", "1"}},
+        {"IIF(ZERO(10-10),1,2)", {"1", "2", "2"}},
+        {"IIF(ISZERO(10-10),1,2)", {"1", "2", "2"}},
+        {"IIF(ISEMPTY(0),1,2)", {"2", "2", "2"}},
+        {"IIF(NOT NOT 1=1,1,2)", {"1", "1", "1"}},
+        {"IIF(!1=1,1,2)", {"2", "2", "2"}},
+        {"IIF(1+2>3,1,2)", {"2", "2", "2"}},
+        {"min(10,20)", {"10", "10", "20"}},
+        {"Max(10,20)", {"20", "20", "10"}},
+    };
+    for (const auto& c : cases) {
+        for (int32_t mode = 0; mode < 3; ++mode) {
+            Start(mode);
+            ExpectReduces(c.text, c.byMode[mode]);
+        }
+    }
+}
+
+TEST(SymbolicReduce, TextOperationsAreTheSameInEveryMode) {
+    struct Case {
+        const char* text;
+        Vars vars;
+        const char* expected;
+    };
+    const Case cases[] = {
+        {"10-(5+3)", {}, "10-5-3"},
+        {"10-(5-2)", {}, "10-5+2"},
+        {"10-(-5)", {}, "10+5"},
+        {"-(10+5)", {}, "-10-5"},
+        {"-(-10+5)", {}, "+10-5"},
+        {"--10", {}, "+10"},
+        {"+10", {}, "10"},
+        {"1+-2", {}, "1-2"},
+        {"1-+2", {}, "1-2"},
+        {"1--2", {}, "1+2"},
+        {"Cliente+5", {{"Cliente", ""}}, "+5"},
+        {"Cliente-5", {{"Cliente", ""}}, "-5"},
+        {"5+Cliente", {{"Cliente", ""}}, "5"},
+        {"5-Cliente", {{"Cliente", ""}}, "5"},
+        {"-Cliente", {{"Cliente", ""}}, ""},
+        {"Cliente+Articolo", {{"Cliente", ""}, {"Articolo", ""}}, ""},
+        {"Cliente-Articolo", {{"Cliente", ""}, {"Articolo", ""}}, ""},
+        {"COALESCE(Cliente,ClienteGruppo,7)", {{"Cliente", ""}, {"ClienteGruppo", "   "}}, "7"},
+        {"COALESCE(Cliente,ClienteGruppo)", {{"Cliente", ""}, {"ClienteGruppo", "\t "}}, ""},
+        {"COALESCE(8)", {}, "8"},
+        {"MIN(8)", {}, "8"},
+        {"MAX(8)", {}, "8"},
+        {"IIF(ISEMPTY(Cliente),Articolo,Cliente)-Listino",
+         {{"Cliente", ""}, {"Articolo", "20"}, {"Listino", "5+1"}},
+         "20-5-1"},
+        {"Cliente+Articolo", {{"Cliente", "a b"}, {"Articolo", " c+d "}}, "a b+c+d"},
+        {"-Cliente", {{"Cliente", "a-b+c"}}, "-a+b-c"},
+        {"Cliente", {{"Cliente", "MIN(1,2)"}}, "MIN(1,2)"},
+        {"Cliente", {{"Cliente", "Articolo"}}, "Articolo"},
+        {"CLIENTE+cliente", {{"Cliente", "1"}}, "1+1"},
+        {"IIF(EMPTY(Cliente),1,2)", {{"Cliente", ""}}, "1"},
+        {".5", {}, "0.5"},
+        {"010.50", {}, "010.50"},
+        {"10\t+\r\n5", {}, "10+5"},
+        {"10+5\xE8+junk(", {}, "10+5"},
+        {"", {}, ""},
+        {" \t\r\n", {}, ""},
+        {"1+Cliente|3", {{"Cliente", ""}}, "1+3"},
+        {"-Cliente|2", {{"Cliente", ""}}, "2"},
+        {"-(Cliente|2)", {{"Cliente", ""}}, "-2"},
+        {"Cliente|ClienteFamiglia|3", {{"Cliente", ""}, {"ClienteFamiglia", ""}}, "3"},
+        {"1|2+3", {}, "1+3"},
+        {"1+2|3", {}, "1+2"},
+        {"1-Cliente|3", {{"Cliente", ""}}, "1-3"},
+        {"-1|2", {}, "-1"},
+        {"+1|2", {}, "1"},
+        {"+Cliente|2", {{"Cliente", ""}}, "2"},
+        {"1-2+3", {}, "1-2+3"},
+        {"1-(2+3)", {}, "1-2-3"},
+        {"100.123456+200.123456", {}, "100.123456+200.123456"},
+    };
+    for (const auto& c : cases) {
+        for (int32_t mode = 0; mode < 3; ++mode) {
+            Start(mode, c.vars);
+            ExpectReduces(c.text, c.expected);
+        }
+    }
+}
+
+TEST(SymbolicReduce, NeutralAndInvalidTextsCompareAsTheNeutralValue) {
+    struct Case {
+        const char* text;
+        Vars vars;
+        const char* byMode[3];
+    };
+    const Vars empty = {{"Cliente", ""}};
+    const Case cases[] = {
+        {"MIN(Cliente,5)", empty, {"", "", "5"}},
+        {"MAX(Cliente,5)", empty, {"5", "5", ""}},
+        {"MIN(Cliente,5)", {{"Cliente", "abc"}}, {"abc", "abc", "5"}},
+        {"MAX(Cliente+5,7)", empty, {"7", "7", "+5"}},
+        {"MAX(5+Cliente,7)", empty, {"7", "7", "5"}},
+        {"IIF(ISZERO(Cliente),1,2)", empty, {"1", "1", "1"}},
+        {"IIF(ISZERO(Cliente),1,2)", {{"Cliente", "abc"}}, {"1", "1", "1"}},
+        {"IIF(ISZERO(Cliente),1,2)", {{"Cliente", "+5"}}, {"1", "1", "1"}},
+        {"IIF(ISZERO(Cliente),1,2)", {{"Cliente", "5"}}, {"2", "2", "2"}},
+        {"IIF(ISZERO(Cliente),1,2)", {{"Cliente", "0"}}, {"1", "1", "1"}},
+        {"IIF(ISEMPTY(Cliente),1,2)", {{"Cliente", " "}}, {"1", "1", "1"}},
+    };
+    for (const auto& c : cases) {
+        for (int32_t mode = 0; mode < 3; ++mode) {
+            Start(mode, c.vars);
+            ExpectReduces(c.text, c.byMode[mode]);
+        }
+    }
+}
+
+TEST(SymbolicReduce, FailuresRecordTheOffendingToken) {
+    struct Case {
+        std::string text;
+        int32_t position;
+        int32_t length;
+    };
+    const Case cases[] = {
+        {"1000", 3, 1},
+        {"1.1234567", 8, 1},
+        {"12.", 2, 1},
+        {"1.5.5", 3, 2},
+        {"10%", 2, 1},
+        {"10abc", 2, 3},
+        {"10ABC", 2, 3},
+        {"10+\xE8" "5", 3, 1},
+        {"10+", 2, 1},
+        {"10+  ", 4, 1},
+        {"(", 0, 1},
+        {"1\v", 1, 1},
+        {"1\f+2", 1, 1},
+        {"IIF(1,2,3)", 5, 1},
+        {"IIF((1=1),2,3)", 6, 1},
+        {"IIF(NOT(1=1),2,3)", 9, 1},
+        {"1=1", 1, 1},
+        {"IIF(1=1,2)", 9, 1},
+        {"IIF(1=1,2,Listino)", 10, 7},
+        {"Cliente+Listino", 8, 7},
+        {"MIN()", 4, 1},
+        {"MIN(1,)", 6, 1},
+        {"MIN(1 2)", 6, 1},
+        {"IIF(1=1=1,1,2)", 7, 1},
+        {"IIF(1< >2,1,2)", 7, 1},
+        {"IIF(1==1,1,2)", 6, 1},
+        {"IIF(1<>>2,1,2)", 7, 1},
+        {"MINI(1)", 0, 4},
+        {"_x", 0, 2},
+        {"Cliente_Articolo", 0, 16},
+        {"+", 0, 1},
+        {"++", 1, 1},
+        {"1,2", 1, 1},
+        {"1 2", 2, 1},
+        {"NOT 1", 0, 3},
+    };
+    for (const auto& c : cases) {
+        for (int32_t mode = 0; mode < 3; ++mode) {
+            Start(mode, {{"Cliente", "1"}});
+            ExpectFailsAt(c.text, c.position, c.length);
+        }
+    }
+}
+
+TEST(SymbolicReduce, TextsAboveTwentyOneCharactersFailWithoutRecording) {
+    const std::string overflows[] = {
+        "100.12345+200.123456+3",
+        "100.123456+200.123456+3",
+        "100.123456+200.123456-3",
+        "-(100.123456+200.123456)",
+        "IIF(1=1,1,100.123456+200.123456+3)",
+        "COALESCE(1,100.123456+200.123456+3)",
+        "Cliente+Articolo",
+    };
+    Start(0, {{"Cliente", "12345678901234567890"}, {"Articolo", "1"}});
+    ExpectFailsAt("10+ 5)", 5, 1);
+    for (const auto& text : overflows) {
+        const Outcome out = Reduce(text);
+        EXPECT_EQ(out.code, kPercStrSymbFailed) << text;
+        EXPECT_EQ(out.text, "") << text;
+        int32_t position = 0, length = 0;
+        PercStrSymbGetErrorInfo(&position, &length);
+        EXPECT_EQ(position, 5) << text;
+        EXPECT_EQ(length, 1) << text;
+    }
+}
+
+TEST(SymbolicReduce, DeepNestingGrowsTheStacksUntilTheirLimit) {
+    Start(1);
+    ExpectReduces(std::string(400, '(') + "5" + std::string(400, ')'), "5");
+    ExpectReduces(std::string(400, '-') + "5", "+5");
+    ExpectReduces(std::string(4000, '(') + "5" + std::string(4000, ')'), "5");
+    const Outcome tooDeep = Reduce(std::string(12000, '(') + "5" + std::string(12000, ')'));
+    EXPECT_EQ(tooDeep.code, kPercStrSymbFailed);
+    EXPECT_EQ(tooDeep.text, "");
+}
+
+TEST(SymbolicReduce, ResultBlockAndCapacity) {
+    Start(1, {{"Cliente", "10+5"}, {"Articolo", "20"}});
+    char result[8] = "keep";
+    uint32_t length = 99;
+    EXPECT_EQ(PercStrSymbReduce("1", nullptr, &length), kPercStrSymbNoResult);
+    EXPECT_EQ(length, 0u);
+    length = 0;
+    EXPECT_EQ(PercStrSymbReduce("1", result, &length), kPercStrSymbNoResult);
+    EXPECT_STREQ(result, "keep");
+
+    length = 3;
+    EXPECT_EQ(PercStrSymbReduce("MAX(Cliente,Articolo)+2", result, &length), kPercStrSymbCut);
+    EXPECT_EQ(length, 2u);
+    EXPECT_STREQ(result, "20");
+    length = 5;
+    EXPECT_EQ(PercStrSymbReduce("MAX(Cliente,Articolo)+2", result, &length), kPercStrSymbReduced);
+    EXPECT_EQ(length, 4u);
+    EXPECT_STREQ(result, "20+2");
+
+    // Null and empty texts leave the error values alone; so does a blank one.
+    PercStrSymbErrorPos = 42;
+    for (const char* text : {static_cast<const char*>(nullptr), "", "   "}) {
+        length = sizeof result;
+        EXPECT_EQ(PercStrSymbReduce(text, result, &length), kPercStrSymbReduced);
+        EXPECT_EQ(length, 0u);
+        EXPECT_STREQ(result, "");
+    }
+    EXPECT_EQ(PercStrSymbErrorPos, 42u);
+}
+
+TEST(SymbolicReduce, ReductionLeavesTableAndModeAlone) {
+    Start(2, {{"Cliente", " 7 "}});
+    ExpectReduces("Cliente", "7");
+    EXPECT_EQ(PercStrSymbMode, 2);
+    EXPECT_STREQ(PercStrSymbFindVar("Cliente")->value.text, " 7 ");
+}
+
+}  // namespace
+}  // namespace vrn
