@@ -98,7 +98,7 @@ int SRVAPI srv_paramsetoutput(SRV_PROC* srvproc, int n, BYTE* data, ULONG length
                               param->type == SRVNCHAR || param->type == SRVBIGVARBINARY ||
                               param->type == SRVBIGBINARY || param->type == SRVVARBINARY ||
                               param->type == SRVBINARY);
-    return fixedWidth || length <= param->maxLength ? kSucceed : kFail;
+    return fixedWidth || out.isNull || length <= param->maxLength ? kSucceed : kFail;
 }
 
 int SRVAPI srv_sendmsg(SRV_PROC* srvproc, int msgtype, DBINT msgnum, DBTINYINT msgClass, DBTINYINT state,

@@ -1,0 +1,111 @@
+// vrn-exec: runs T-SQL batches against the library as the server would call it.
+#include <cstring>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <sstream>
+
+#include "host/exec/runner.h"
+#include "host/exec/script.h"
+#include "host/exec/text.h"
+
+namespace {
+
+constexpr const char* kUsage =
+    "usage: vrn-exec [--lib PATH] [--json] [--instance NAME] [-Q TEXT | FILE | -]\n"
+    "Runs T-SQL batches (DECLARE, SET, EXEC, SELECT, PRINT, GO) against the library.\n"
+    "  -Q TEXT          run TEXT; otherwise FILE, or standard input when none or '-'\n"
+    "  --lib PATH       the library to load (default: $VRN_LIB, else libvrn.so of the build)\n"
+    "  --json           one JSON object per EXEC instead of a client's text\n"
+    "  --instance NAME  the instance name the host gives the procedures (none by default)\n";
+
+struct Options {
+    std::string library;
+    bool json = false;
+    std::optional<std::string> instance;
+    std::optional<std::string> query;
+    std::optional<std::string> file;
+};
+
+int UsageError(const std::string& why) {
+    std::cerr << "vrn-exec: " << why << "\n" << kUsage;
+    return 2;
+}
+
+std::optional<std::u16string> Utf16Of(const std::string& utf8) {
+    const std::optional<std::u32string> text = vrn::exec::DecodeUtf8(utf8);
+    if (!text) return std::nullopt;
+    const vrn::exec::Bytes bytes = vrn::exec::EncodeUtf16(*text);
+    std::u16string out;
+    for (size_t i = 0; i + 1 < bytes.size(); i += 2) out += static_cast<char16_t>(bytes[i] | (bytes[i + 1] << 8));
+    return out;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    Options o;
+    for (int i = 1; i < argc; ++i) {
+        const std::string arg = argv[i];
+        auto value = [&](const char* option) -> std::optional<std::string> {
+            const std::string prefix = std::string(option) + "=";
+            if (arg.rfind(prefix, 0) == 0) return arg.substr(prefix.size());
+            if (arg != option) return std::nullopt;
+            if (i + 1 >= argc) return std::string("\x01");
+            return std::string(argv[++i]);
+        };
+        if (arg == "-h" || arg == "--help") {
+            std::cout << kUsage;
+            return 0;
+        } else if (arg == "--json") {
+            o.json = true;
+        } else if (auto v = value("--lib")) {
+            o.library = *v;
+        } else if (auto v = value("--instance")) {
+            o.instance = *v;
+        } else if (auto v = value("-Q")) {
+            o.query = *v;
+        } else if (arg.size() > 1 && arg[0] == '-') {
+            return UsageError("unknown option " + arg);
+        } else if (o.file) {
+            return UsageError("one script at a time");
+        } else {
+            o.file = arg;
+        }
+        if (o.library == "\x01" || o.instance == "\x01" || o.query == "\x01") {
+            return UsageError(arg + " needs a value");
+        }
+    }
+    if (o.query && o.file) return UsageError("give -Q or a file, not both");
+
+    std::string script;
+    if (o.query) {
+        script = *o.query;
+    } else if (o.file && *o.file != "-") {
+        std::ifstream in(*o.file, std::ios::binary);
+        if (!in) {
+            std::cerr << "vrn-exec: cannot read " << *o.file << ": " << std::strerror(errno) << "\n";
+            return 1;
+        }
+        script.assign(std::istreambuf_iterator<char>(in), {});
+    } else {
+        script.assign(std::istreambuf_iterator<char>(std::cin), {});
+    }
+
+    vrn::exec::RunOptions run;
+    run.libraryPath = o.library.empty() ? vrn::host::DefaultLibraryPath() : o.library;
+    if (o.instance) {
+        run.instanceName = Utf16Of(*o.instance);
+        if (!run.instanceName) return UsageError("the instance name isn't UTF-8");
+    }
+    std::unique_ptr<vrn::exec::Reporter> reporter =
+        o.json ? vrn::exec::MakeJsonReporter(std::cout) : vrn::exec::MakeHumanReporter(std::cout);
+    try {
+        vrn::exec::Runner(run, *reporter).Run(vrn::exec::ParseScript(script));
+    } catch (const vrn::exec::ScriptError& e) {
+        std::cout.flush();
+        std::cerr << "vrn-exec: line " << e.line << ": " << e.what() << "\n";
+        return 1;
+    }
+    return 0;
+}

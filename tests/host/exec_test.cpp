@@ -1,0 +1,290 @@
+// vrn-exec as a user runs it: scripts in, text or JSON out, driven against the
+// echo procedures of fixture/ so that every byte handed over can be seen.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+
+#include "process.h"
+
+namespace {
+
+struct Outcome {
+    int exitCode = -1;
+    std::string out, err;
+};
+
+std::string Env(const char* name) {
+    const char* value = std::getenv(name);
+    return value ? value : "";
+}
+
+std::string ReadFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+std::string Quoted(const std::string& path) { return "\"" + path + "\""; }
+
+class ExecTest : public testing::Test {
+protected:
+    void SetUp() override {
+        exec_ = Env("VRN_EXEC");
+        fixture_ = Env("VRN_FIXTURE");
+        if (exec_.empty() || fixture_.empty()) GTEST_SKIP() << "VRN_EXEC and VRN_FIXTURE name the tool and its fixture";
+    }
+
+    Outcome Exec(const std::string& script, const std::string& options = "") const {
+        const std::string folder = testing::TempDir();
+        const std::string name = testing::UnitTest::GetInstance()->current_test_info()->name();
+        const std::string scriptPath = folder + "vrn_exec_" + name + ".sql";
+        std::ofstream(scriptPath, std::ios::binary) << script;
+        const std::string command = Quoted(exec_) + " --lib " + Quoted(fixture_) + " " + options + " " +
+                                    Quoted(scriptPath) + " >" + Quoted(scriptPath + ".out") + " 2>" +
+                                    Quoted(scriptPath + ".err");
+        Outcome run;
+        run.exitCode = vrn::test::RunCommand(command);
+        run.out = ReadFile(scriptPath + ".out");
+        run.err = ReadFile(scriptPath + ".err");
+        return run;
+    }
+
+    std::string exec_, fixture_;
+};
+
+std::vector<std::string> LinesStartingWith(const std::string& text, const std::string& prefix) {
+    std::vector<std::string> lines;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);) {
+        if (line.rfind(prefix, 0) == 0) lines.push_back(line.substr(prefix.size()));
+    }
+    return lines;
+}
+
+// What the procedure sees of one argument: type maxLength actualLength isNull isOutput hex.
+TEST_F(ExecTest, LiteralsAndCastsReachTheProcedureAsTheServerTypesThem) {
+    struct Case {
+        const char* argument;
+        const char* seen;
+    };
+    const Case cases[] = {
+        {"'x'", "167 1 1 0 0 78"},
+        {"''", "167 1 0 0 0 "},
+        {"'it''s'", "167 4 4 0 0 69742773"},
+        {"'caff\xC3\xA8 \xE2\x82\xAC'", "167 7 7 0 0 63616666E82080"},
+        {"N'\xC3\xA8'", "231 2 2 0 0 E800"},
+        {"N''", "231 2 0 0 0 "},
+        {"12", "38 4 4 0 0 0C000000"},
+        {"-1", "38 4 4 0 0 FFFFFFFF"},
+        {"-2147483648", "38 4 4 0 0 00000080"},
+        {"2147483648", "108 17 17 0 0 0100000080000000000000000000000000"},
+        {"1.5", "108 17 17 0 0 010F000000000000000000000000000000"},
+        {"-1.5", "108 17 17 0 0 000F000000000000000000000000000000"},
+        {"1e2", "109 8 8 0 0 0000000000005940"},
+        {"0x", "165 1 0 0 0 "},
+        {"0x3130e8", "165 3 3 0 0 3130E8"},
+        {"0x123", "165 2 2 0 0 0123"},
+        {"NULL", "31 0 0 1 0 "},
+        {"CAST(0x3130E8 AS varchar(3))", "167 3 3 0 0 3130E8"},
+        {"CAST(0x310032 AS char(5))", "175 5 5 0 0 3100322020"},
+        {"CAST('abcdef' AS varchar(3))", "167 3 3 0 0 616263"},
+        {"CAST(N'\xE2\x82\xAC\xC5\xA0\xC5\xBE' AS varchar(3))", "167 3 3 0 0 808A9E"},
+        {"CAST('ab' AS nchar(3))", "239 6 6 0 0 610062002000"},
+        {"CAST('abc' AS text)", "35 3 3 0 0 616263"},
+        {"CAST(5 AS tinyint)", "48 1 1 0 0 05"},
+        {"CAST(-2 AS smallint)", "52 2 2 0 0 FEFF"},
+        {"CAST('42' AS int)", "38 4 4 0 0 2A000000"},
+        {"CAST(2.7 AS int)", "38 4 4 0 0 02000000"},
+        {"CAST(1 AS bit)", "104 1 1 0 0 01"},
+        {"CAST(1.5 AS real)", "109 4 4 0 0 0000C03F"},
+        {"CAST(0.1 AS float)", "109 8 8 0 0 9A9999999999B93F"},
+        {"CAST(1.25 AS decimal(5,1))", "106 17 17 0 0 010D000000000000000000000000000000"},
+        {"CAST(NULL AS int)", "38 4 0 1 0 "},
+        {"CAST(1 AS binary(4))", "173 4 4 0 0 00000001"},
+        {"CONVERT(varchar(2), 'abc')", "167 2 2 0 0 6162"},
+    };
+    std::string script;
+    for (const Case& c : cases) script += std::string("EXEC fx_Echo ") + c.argument + "\n";
+    const Outcome run = Exec(script);
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    const std::vector<std::string> seen = LinesStartingWith(run.out, "1: ");
+    ASSERT_EQ(seen.size(), std::size(cases)) << run.out;
+    for (size_t i = 0; i < seen.size(); ++i) EXPECT_EQ(seen[i], cases[i].seen) << cases[i].argument;
+}
+
+TEST_F(ExecTest, VariablesPassTheirDeclaredTypeAndComeBackAsDelivered) {
+    const Outcome run = Exec(
+        "DECLARE @v varchar(30) = 'ab', @c char(4) = 'a', @t text = 'hello', @o varchar(30), @rc int\n"
+        "EXEC @rc = fx_Echo @v, @c, @t, @o OUTPUT\n"
+        "SELECT @rc AS rc\n"
+        "-- an OUTPUT variable takes the next argument's value, unpadded and cut to its length\n"
+        "DECLARE @s char(10), @short varchar(2), @n nvarchar(3), @i smallint\n"
+        "EXEC fx_Echo @s OUTPUT, CAST(0x41E80042 AS varchar(4)), @short OUT, 'abcd', @n OUTPUT, N'\xC3\xA8', "
+        "@i OUTPUT, -1\n");
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_EQ(LinesStartingWith(run.out, "1: ")[0], "167 30 2 0 0 6162");
+    EXPECT_EQ(LinesStartingWith(run.out, "2: ")[0], "175 4 4 0 0 61202020");
+    EXPECT_EQ(LinesStartingWith(run.out, "3: ")[0], "35 5 5 0 0 68656C6C6F");
+    EXPECT_EQ(LinesStartingWith(run.out, "4: ")[0], "167 30 0 1 1 ");
+    EXPECT_NE(run.out.find("rc\n--\n 4\n"), std::string::npos) << run.out;
+    EXPECT_NE(run.out.find("@s = 'A\xC3\xA8\\x00" "B'\n@short = 'ab'\n@n = N'\xC3\xA8'\n@i = -1\n"
+                           "(return status = 8)\n"),
+              std::string::npos)
+        << run.out;
+}
+
+TEST_F(ExecTest, JsonGivesEveryDeliveryExactly) {
+    const Outcome run = Exec(
+        "DECLARE @o varchar(2), @f float, @g float, @z float, @inf float, @e varchar(5)\n"
+        "EXEC fx_Echo @o OUTPUT, CAST(0x41E80042 AS varchar(4))\n"
+        "EXEC fx_Echo @f OUTPUT, CAST(0.15000000000000002 AS float), @g OUTPUT, 1e0, @z OUTPUT, -0e0, "
+        "@inf OUTPUT, 0x000000000000F07F, @e OUTPUT, NULL\n",
+        "--json");
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    std::istringstream lines(run.out);
+    std::string first, second;
+    std::getline(lines, first);
+    std::getline(lines, second);
+    EXPECT_EQ(first,
+              "{\"proc\":\"fx_Echo\",\"return\":2,\"messages\":["
+              "{\"type\":1,\"number\":1,\"class\":1,\"state\":3,\"text\":\"1: 167 2 0 1 1 \",\"hex\":"
+              "\"313A20313637203220302031203120\"},"
+              "{\"type\":1,\"number\":1,\"class\":1,\"state\":3,\"text\":\"2: 167 4 4 0 0 41E80042\",\"hex\":"
+              "\"323A203136372034203420302030203431453830303432\"}],"
+              "\"outputs\":{\"1\":{\"type\":167,\"null\":false,\"length\":4,\"hex\":\"41E80042\",\"value\":"
+              "\"A\xC3\xA8\\u0000B\"}},\"done\":[{\"status\":0,\"info\":0,\"count\":0}],\"resultsets\":[]}")
+        << first;
+    for (const char* expected : {"\"1\":{\"type\":109,\"null\":false,\"length\":8,\"hex\":\"343333333333C33F\","
+                                 "\"value\":\"0.15000000000000002\"}",
+                                 "\"value\":\"1\"", "\"value\":\"-0\"", "\"value\":\"inf\"",
+                                 "\"9\":{\"type\":167,\"null\":true,\"length\":0,\"hex\":\"\",\"value\":null}"}) {
+        EXPECT_NE(second.find(expected), std::string::npos) << expected << "\n" << second;
+    }
+}
+
+TEST_F(ExecTest, RowSetsMessagesAndReturnStatus) {
+    const Outcome human = Exec("EXEC fx_Rows");
+    ASSERT_EQ(human.exitCode, 0) << human.err;
+    EXPECT_EQ(human.out,
+              "fx_Rows\n"
+              "before the rows\n"
+              "Name  Count Status      When                    Data\n"
+              "----- ----- ----------- ----------------------- ------\n"
+              "caff\xC3\xA8    -2 -2147024809 2000-01-01 12:00:00.000 0xCAFE\n"
+              "NULL      7           0 NULL                    NULL\n"
+              "\n"
+              "(2 rows affected)\n"
+              "Msg 50000, Level 16, State 3\n"
+              "fx_Rows\n"
+              "after the rows\n"
+              "(return status = -1)\n"
+              "\n");
+    const Outcome json = Exec("EXEC fx_Rows", "--json");
+    EXPECT_NE(json.out.find("\"return\":-1,"), std::string::npos);
+    EXPECT_NE(json.out.find("\"done\":[{\"status\":17,\"info\":0,\"count\":2},{\"status\":0,\"info\":0,\"count\":0}]"),
+              std::string::npos);
+    EXPECT_NE(json.out.find("\"resultsets\":[{\"columns\":[{\"name\":\"Name\",\"type\":167,\"width\":20},"
+                            "{\"name\":\"Count\",\"type\":56,\"width\":0}"),
+              std::string::npos)
+        << json.out;
+    EXPECT_NE(json.out.find("\"rows\":[[\"caff\xC3\xA8\",\"-2\",\"-2147024809\",\"2000-01-01 12:00:00.000\",\"0xCAFE\"],"
+                            "[null,\"7\",\"0\",null,null]]"),
+              std::string::npos)
+        << json.out;
+}
+
+TEST_F(ExecTest, InstanceNameOption) {
+    EXPECT_NE(Exec("EXEC fx_Instance").out.find("no instance (0 bytes)"), std::string::npos);
+    EXPECT_NE(Exec("EXEC fx_Instance", "--instance SQL2019").out.find("instance SQL2019 (14 bytes)"),
+              std::string::npos);
+}
+
+TEST_F(ExecTest, BatchSyntax) {
+    const Outcome run = Exec(
+        "/* a block /* nested */ comment */\n"
+        "declare @a INT = 1; Declare @b As varchar(5) = N'x' ; -- trailing comment\n"
+        "set @a = -7; SET @b = @a\n"
+        "print @b\n"
+        "PRINT NULL\n"
+        "PRINT 'two\nlines'\n"
+        "execute master..fx_Echo @a OUT, 3\n"
+        "exec dbo.[fx_Echo]\n"
+        "  GO  \n"
+        "DECLARE @a bit = 'TRUE'\n"
+        "SELECT @a, 1e2 AS [hundred], 'x' AS 'quoted'\n");
+    ASSERT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_EQ(run.out,
+              "-7\n"
+              "\n"
+              "two\n"
+              "lines\n"
+              "1: 38 4 4 0 1 F9FFFFFF\n"
+              "2: 38 4 4 0 0 03000000\n"
+              "@a = 3\n"
+              "(return status = 2)\n"
+              "\n"
+              "(return status = 0)\n"
+              "\n"
+              "@a hundred quoted\n"
+              "-- ------- ------\n"
+              " 1     100 x\n"
+              "\n"
+              "(1 row affected)\n"
+              "\n");
+}
+
+// A bad script runs nothing, says where it is wrong, and exits non-zero.
+TEST_F(ExecTest, ScriptErrorsGiveTheirLine) {
+    struct Case {
+        const char* script;
+        const char* error;
+    };
+    const Case cases[] = {
+        {"PRINT 'a'\nSELECT @x", "line 2: Must declare the scalar variable \"@x\"."},
+        {"DECLARE @a int\nDECLARE @A int", "line 2: The variable name '@A' has already been declared."},
+        {"DECLARE @a int\nGO\nSELECT @a", "line 3: Must declare the scalar variable \"@a\"."},
+        {"SELECT 'x", "line 1: unclosed quotation mark"},
+        {"SELECT 1\n/* open", "line 2: missing end comment mark"},
+        {"DECLARE @v foo", "line 1: unknown or unsupported type 'foo'"},
+        {"DECLARE @v varchar(0)", "line 1: the length 0 of varchar is out of range"},
+        {"DECLARE @a int = 'abc'", "line 1: Conversion failed when converting the varchar value 'abc' to data type int."},
+        {"\nDECLARE @a tinyint = 256", "line 2: Arithmetic overflow error converting expression to data type tinyint."},
+        {"EXEC fx_Echo @a = 1", "line 1: named parameters (@a = value) are not supported"},
+        {"EXEC fx_Echo 1 OUTPUT", "line 1: OUTPUT needs a variable"},
+        {"SELECT '\xE5\xAD\x97'", "line 1: the character U+5B57 has no Windows-1252 byte"},
+        {"PRINT 1\nPRINT '\xE8'", "line 2: the script isn't valid UTF-8"},
+        {"PRINT 1 2", "line 1: expected a statement (DECLARE, SET, EXEC, SELECT, PRINT or GO), found '2'"},
+        {"SELECT CAST(1 AS)", "line 1: expected a type name, found ')'"},
+    };
+    for (const Case& c : cases) {
+        const Outcome run = Exec(c.script);
+        EXPECT_EQ(run.exitCode, 1) << c.script;
+        EXPECT_EQ(run.out, "") << c.script;
+        EXPECT_EQ(run.err.rfind(std::string("vrn-exec: ") + c.error, 0), 0u) << c.script << "\n" << run.err;
+    }
+}
+
+TEST_F(ExecTest, RunTimeErrorsStopAfterWhatRan) {
+    const Outcome unknown = Exec("PRINT 'before'\nEXEC fx_Nope 1\nPRINT 'after'");
+    EXPECT_EQ(unknown.exitCode, 1);
+    EXPECT_EQ(unknown.out, "before\n");
+    EXPECT_EQ(unknown.err, "vrn-exec: line 2: Could not find stored procedure 'fx_Nope'.\n");
+
+    const Outcome overflow = Exec("DECLARE @s smallint, @i int = 40000\nSET @s = @i");
+    EXPECT_EQ(overflow.exitCode, 1);
+    EXPECT_EQ(overflow.err, "vrn-exec: line 2: Arithmetic overflow error converting expression to data type smallint.\n");
+}
+
+TEST_F(ExecTest, ScriptsWithoutExecNeedNoLibrary) {
+    const Outcome printed = Exec("PRINT N'ok'", "--lib /nonexistent/libvrn.so");
+    EXPECT_EQ(printed.exitCode, 0);
+    EXPECT_EQ(printed.out, "ok\n");
+
+    const Outcome missing = Exec("EXEC fx_Echo", "--lib /nonexistent/libvrn.so");
+    EXPECT_EQ(missing.exitCode, 1);
+    EXPECT_EQ(missing.err.rfind("vrn-exec: line 1: cannot load the library: ", 0), 0u) << missing.err;
+}
+
+}  // namespace
