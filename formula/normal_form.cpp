@@ -1,13 +1,11 @@
 #include "formula/normal_form.h"
 
 #include <algorithm>
-#include <cctype>
 #include <charconv>
 #include <climits>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
-#include <string>
 
 #include "formula/round.h"
 
@@ -137,30 +135,23 @@ bool ReadPlainNumber(Cursor& at, double& x) {
     return true;
 }
 
-// What strtod reads at p, bounded by end: no number of a valid text runs
-// across its end. Hexadecimal and out-of-range numbers go through strtod on a copy.
+// What strtod reads at p. Plain decimals and what from_chars reads within
+// end take the fast paths; hexadecimal and out-of-range numbers go to strtod
+// itself, which stops where a valid text's number stops: at end at the latest.
 double ReadNumber(Cursor& at) {
     double x = 0;
     if (ReadPlainNumber(at, x)) return x;
     const char* first = at.p;
-    const bool hex = at.end - first > 2 && first[0] == '0' && (first[1] == 'x' || first[1] == 'X');
-    const std::from_chars_result read = std::from_chars(first, at.end, x);
-    if (!hex && read.ec == std::errc()) {
-        at.p = read.ptr;
-        return x;
-    }
-    const char* last = read.ptr;
-    if (hex) {
-        last = first + 2;
-        while (last < at.end && (std::isxdigit(static_cast<unsigned char>(*last)) || *last == '.' ||
-                                 *last == 'p' || *last == 'P' || *last == '+' || *last == '-')) {
-            ++last;
+    if (!(first[0] == '0' && at.end - first > 1 && (first[1] == 'x' || first[1] == 'X'))) {
+        const std::from_chars_result read = std::from_chars(first, at.end, x);
+        if (read.ec == std::errc()) {
+            at.p = read.ptr;
+            return x;
         }
     }
-    const std::string copy(first, last);
     char* stop = nullptr;
-    x = std::strtod(copy.c_str(), &stop);
-    at.p = first + (stop - copy.c_str());
+    x = std::strtod(first, &stop);
+    at.p = stop;
     return x;
 }
 
