@@ -53,6 +53,18 @@ const Parser<double, TokenLocation, PercStrContext>& PercStrParser() {
 
 constexpr uint32_t kNormalizedCapacity = 20;
 
+// The tables and the automaton are built at the first evaluation. Should
+// memory run out for them, the evaluation ends like one without a scan
+// buffer, and the next one tries again.
+const Parser<double, TokenLocation, PercStrContext>* MachinesOrNull() noexcept {
+    try {
+        const auto* parser = &PercStrParser();
+        return PercStrScanner.Prepare() ? parser : nullptr;
+    } catch (...) {
+        return nullptr;
+    }
+}
+
 }  // namespace
 
 int32_t PercStrMode(int32_t modeWord) { return modeWord == 0 || modeWord == 1 ? modeWord : 2; }
@@ -61,15 +73,20 @@ double PercStrStartingValue(int32_t modeWord) { return modeWord == 0 ? 0.0 : 1.0
 
 const std::vector<std::string>& PercStrGrammarProblems() { return PercStrParser().Tables().problems; }
 
-int32_t PercStrParse(PercStrContext* context) { return PercStrParser().Parse(context); }
+int32_t PercStrParse(PercStrContext* context) {
+    const Parser<double, TokenLocation, PercStrContext>* parser = MachinesOrNull();
+    return parser != nullptr ? parser->Parse(context) : kParseExhausted;
+}
 
 int32_t PercStrEvaluate(const char* text, double* value, int32_t mode) {
     PercStrContext context{PercStrMode(mode), PercStrStartingValue(mode), 0, 0, 0};
     *value = context.value;
     if (text == nullptr || text[0] == 0) return kPercStrEvaluated;
+    const Parser<double, TokenLocation, PercStrContext>* parser = MachinesOrNull();
+    if (parser == nullptr) return kPercStrNoBuffer;
     ScanBuffer* buffer = PercStrScanner.yy_scan_text(text);
     if (buffer == nullptr) return kPercStrNoBuffer;
-    const int32_t parsed = PercStrParse(&context);
+    const int32_t parsed = parser->Parse(&context);
     PercStrScanner.yy_release_buffer(buffer);
     if (parsed != kParseAccepted) return kPercStrNotValid;
     *value = context.value;

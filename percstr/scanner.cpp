@@ -104,17 +104,26 @@ void ScannerEngine::LoadCurrentBuffer() {
     heldCharacter_ = *readPosition_;
 }
 
+bool ScannerEngine::Prepare() noexcept {
+    if (automaton_ != nullptr) return true;
+    try {
+        automaton_ = &automatonSource_();
+    } catch (...) {
+        return false;
+    }
+    return true;
+}
+
 int ScannerEngine::NextMatch() {
     if (firstCall_) {
         firstCall_ = 0;
         startState_ = ScanAutomaton::kStart;
         inputStream_ = stdin;
         outputStream_ = stdout;
-        automaton_ = &automatonSource_();
     }
     // Every text is scanned from a buffer made current before; there is no
     // stream to fall back on.
-    if (currentBuffer_ == nullptr) return kEndOfInput;
+    if (currentBuffer_ == nullptr || !Prepare()) return kEndOfInput;
     if (currentBuffer_->status == kBufferNew) currentBuffer_->status = kBufferScanning;
 
     *readPosition_ = heldCharacter_;

@@ -109,6 +109,10 @@ public:
     void yy_release_buffer(ScanBuffer* buffer);
     void yy_switch_to_buffer(ScanBuffer* buffer);
 
+    // Builds the automaton now rather than at the first token request, so
+    // that running out of memory for it is the caller's to report: false then.
+    [[nodiscard]] bool Prepare() noexcept;
+
     // Matches the next token of the current buffer and returns its rule
     // number, or kEndOfInput behind the last byte (again on every later call).
     // The token text is NUL-terminated until the next call.
