@@ -36,11 +36,6 @@ constexpr ScanRule kFormulaRules[] = {
     {"."},                               // kOtherByte
 };
 
-const ScanAutomaton& FormulaAutomaton() {
-    static const ScanAutomaton automaton(kFormulaRules);
-    return automaton;
-}
-
 // Digits and at most one point: the nearest double, as the C locale's strtod gives it.
 double NumberOf(const char* text, uint32_t length) {
     double value = 0.0;
@@ -50,7 +45,12 @@ double NumberOf(const char* text, uint32_t length) {
 
 }  // namespace
 
-constinit ScannerEngine PFormulaScanner(FormulaAutomaton);
+const ScanAutomaton& PFormulaAutomaton() {
+    static const ScanAutomaton automaton(kFormulaRules);
+    return automaton;
+}
+
+constinit ScannerEngine PFormulaScanner(PFormulaAutomaton);
 
 int32_t PFormulaNextToken(double* value, TokenLocation* location, PFormulaRecord*) {
     for (;;) {

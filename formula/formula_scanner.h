@@ -18,6 +18,9 @@ inline constexpr int32_t kTokenBadWord = 264;          // a run of letters no pr
 inline constexpr int32_t kTokenLongInteger = 265;
 inline constexpr int32_t kTokenLongDecimal = 266;
 
+// The automaton of its token rules.
+[[nodiscard]] const ScanAutomaton& PFormulaAutomaton();
+
 // Its instance of the engine; PFormulaMutex guards it.
 extern ScannerEngine PFormulaScanner;
 
