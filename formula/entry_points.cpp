@@ -58,6 +58,7 @@ PFormulaCode Evaluate(double* value, const Input& input, bool inPlace, bool with
     if (withNormalForm && record.normalFormSize < PFormulaNormalFormSize(input.length)) {
         return Fault(kPFormulaOutputTooShort);
     }
+    if (!PFormulaPrepare()) return Fault(kPFormulaScanBuffer);
     ScanBuffer* buffer = MakeScanBuffer(input, inPlace);
     if (buffer == nullptr) return Fault(kPFormulaScanBuffer);
     const ScanGuard release(buffer);

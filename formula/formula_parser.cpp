@@ -169,13 +169,23 @@ const Parser<double, TokenLocation, PFormulaRecord>& FormulaParser() {
 
 }  // namespace
 
-// The tables are built at the first parse; should that run out of memory the
-// parse ends as one whose input couldn't be set up, and the next one tries again.
-int32_t PFormulaParse(PFormulaRecord* record) {
-    const Parser<double, TokenLocation, PFormulaRecord>* parser = nullptr;
+namespace {
+
+const Parser<double, TokenLocation, PFormulaRecord>* ParserOrNull() noexcept {
     try {
-        parser = &FormulaParser();
+        return &FormulaParser();
     } catch (...) {
+        return nullptr;
+    }
+}
+
+}  // namespace
+
+bool PFormulaPrepare() noexcept { return ParserOrNull() != nullptr && PFormulaScanner.Prepare(); }
+
+int32_t PFormulaParse(PFormulaRecord* record) {
+    const Parser<double, TokenLocation, PFormulaRecord>* parser = ParserOrNull();
+    if (parser == nullptr) {
         record->errorCode = kPFormulaScanBuffer;
         return kParseSyntaxError;
     }

@@ -11,8 +11,12 @@ namespace vrn {
 
 // Parses what PFormulaScanner's current buffer holds. 0 accepted, 1 stopped
 // by an error, which record->errorCode, errorPosition and errorLength tell.
-// The caller holds PFormulaMutex.
+// The caller holds PFormulaMutex. Tables that can't be built end it as -2.
 [[nodiscard]] int32_t PFormulaParse(PFormulaRecord* record);
+
+// Builds the parser's tables and the scanner's automaton ahead of the first
+// parse; false when memory runs out for them (the next call tries again).
+[[nodiscard]] bool PFormulaPrepare() noexcept;
 
 // Faults of the grammar's tables (conflicts); empty for a sound grammar.
 [[nodiscard]] int PFormulaGrammarProblemCount();
