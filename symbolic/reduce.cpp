@@ -187,9 +187,23 @@ void RecordError(PercStrSymbContext*, const NoLocation&) { PercStrSymbMarkError(
 
 const SymbGrammar kGrammar = {kTokens, kPrecedence, kRules, NextToken, RecordError, &PercStrSymbLookahead};
 
-const Parser<PercStrSymbValue, NoLocation, PercStrSymbContext>& SymbParser() {
-    static const Parser<PercStrSymbValue, NoLocation, PercStrSymbContext> parser(kGrammar);
+using SymbParserType = Parser<PercStrSymbValue, NoLocation, PercStrSymbContext>;
+
+const SymbParserType& SymbParser() {
+    static const SymbParserType parser(kGrammar);
     return parser;
+}
+
+// Tables and automaton are built at the first reduction. Should memory run
+// out for them, the reduction ends like one without a scan buffer, and the
+// next one tries again.
+const SymbParserType* MachinesOrNull() noexcept {
+    try {
+        const SymbParserType* parser = &SymbParser();
+        return PercStrSymbScanner.Prepare() ? parser : nullptr;
+    } catch (...) {
+        return nullptr;
+    }
 }
 
 void SetEmpty(char* result, uint32_t* length) {
@@ -202,8 +216,10 @@ void SetEmpty(char* result, uint32_t* length) {
 const std::vector<std::string>& PercStrSymbGrammarProblems() { return SymbParser().Tables().problems; }
 
 int32_t PercStrSymbParse() {
+    const SymbParserType* parser = MachinesOrNull();
+    if (parser == nullptr) return kParseExhausted;
     PercStrSymbContext context;
-    return SymbParser().Parse(&context);
+    return parser->Parse(&context);
 }
 
 int32_t PercStrSymbReduce(const char* text, char* result, uint32_t* length) {
@@ -217,7 +233,7 @@ int32_t PercStrSymbReduce(const char* text, char* result, uint32_t* length) {
         SetEmpty(result, length);
         return kPercStrSymbReduced;
     }
-    ScanBuffer* buffer = PercStrSymbScanner.yy_scan_text(text);
+    ScanBuffer* buffer = MachinesOrNull() != nullptr ? PercStrSymbScanner.yy_scan_text(text) : nullptr;
     if (buffer == nullptr) {
         SetEmpty(result, length);
         return kPercStrSymbNoBuffer;

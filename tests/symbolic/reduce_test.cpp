@@ -2,11 +2,14 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "percstr/parser.h"
+#include "symbolic/scanner.h"
 #include "symbolic/symbols.h"
 
 namespace vrn {
@@ -270,6 +273,25 @@ TEST(SymbolicReduce, DeepNestingGrowsTheStacksUntilTheirLimit) {
     const Outcome tooDeep = Reduce(std::string(12000, '(') + "5" + std::string(12000, ')'));
     EXPECT_EQ(tooDeep.code, kPercStrSymbFailed);
     EXPECT_EQ(tooDeep.text, "");
+}
+
+TEST(SymbolicReduce, MemoryFailures) {
+    Start(0);
+    PercStrSymbErrorPos = 42;
+    PercStrSymbScanner.SetAllocator([](size_t) -> void* { return nullptr; }, [](void*) {});
+    const Outcome noBuffer = Reduce("1+2");
+    PercStrSymbScanner.SetAllocator(nullptr, nullptr);
+    EXPECT_EQ(noBuffer.code, kPercStrSymbNoBuffer);
+    EXPECT_EQ(noBuffer.text, "");
+    EXPECT_EQ(PercStrSymbErrorPos, 42u);
+
+    // Stacks that can't grow past their first 200 entries: the last token read is recorded.
+    ParserMemory::allocate = [](size_t) -> void* { return nullptr; };
+    ExpectReduces(std::string(90, '(') + "5" + std::string(90, ')'), "5");
+    const std::string deep = std::string(300, '(') + "5" + std::string(300, ')');
+    ExpectFailsAt(deep, 198, 1);  // the 199th "(" fills the 200th entry
+    ParserMemory::allocate = std::malloc;
+    ExpectReduces(deep, "5");
 }
 
 TEST(SymbolicReduce, ResultBlockAndCapacity) {
