@@ -106,22 +106,6 @@ TEST(Lock, AWaiterGetsItWhenReleasedInTime) {
     }
 }
 
-TEST(Lock, ClosedWhileHeldLivesUntilTheOwnerLetsGo) {
-    LockHandle handle = CreateLock();
-    std::promise<void> taken;
-    std::promise<void> closed;
-    std::thread owner([&] {
-        (void)WaitLock(handle, 0);
-        taken.set_value();
-        closed.get_future().wait();
-        EXPECT_TRUE(ReleaseLock(handle));
-    });
-    taken.get_future().wait();
-    CloseLock(handle);
-    closed.set_value();
-    owner.join();
-}
-
 TEST(Lock, ManyThreadsExcludeEachOther) {
     LockOwner lock;
     int counter = 0;  // guarded by the lock only

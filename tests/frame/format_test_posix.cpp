@@ -1,0 +1,47 @@
+// FormatBounded keeps the point of the C locale under a locale with a decimal comma.
+#include "frame/convert.h"
+
+#include <gtest/gtest.h>
+
+#include <clocale>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+
+#include <unistd.h>
+
+namespace vrn {
+namespace {
+
+// A locale with a decimal comma, made in a private folder when the system has none.
+bool SetCommaLocale(const std::filesystem::path& folder) {
+    for (const char* name : {"it_IT.UTF-8", "de_DE.UTF-8"}) {
+        if (std::setlocale(LC_ALL, name) != nullptr) return true;
+    }
+    std::error_code failed;
+    if (!std::filesystem::create_directories(folder, failed)) return false;
+    const std::string command = "localedef -i it_IT -f UTF-8 " + (folder / "it_IT.UTF-8").string() + " >/dev/null 2>&1";
+    if (std::system(command.c_str()) != 0) return false;
+    setenv("LOCPATH", folder.c_str(), 1);
+    return std::setlocale(LC_ALL, "it_IT.UTF-8") != nullptr;
+}
+
+TEST(FormatBounded, UsesThePointWhateverTheLocale) {
+    const auto folder = std::filesystem::temp_directory_path() / ("vrn-locale-" + std::to_string(getpid()));
+    const bool made = SetCommaLocale(folder);
+    std::error_code ignored;
+    std::filesystem::remove_all(folder, ignored);  // the locale stays loaded once set
+    if (!made) GTEST_SKIP() << "no locale with a decimal comma";
+    char buffer[32];
+    std::snprintf(buffer, sizeof buffer, "%.2f", 1.5);
+    const bool comma = std::string(buffer) == "1,50";
+    std::string formatted;
+    if (comma && FormatBounded(buffer, sizeof buffer, "%.2f", 1.5) == 4) formatted = buffer;
+    std::setlocale(LC_ALL, "C");
+    if (!comma) GTEST_SKIP() << "the locale doesn't use a decimal comma";
+    EXPECT_EQ(formatted, "1.50");
+}
+
+}  // namespace
+}  // namespace vrn
