@@ -38,10 +38,10 @@ endif()
 
 # Names and linkage once every target exists.
 function(vrn_windows_targets)
-  # Our host stand-in carries the host library's name; its C++ test API is
-  # exported beside srv_* for the test programs and vrn-exec.
+  # Our host stand-in carries the host library's name; all its own symbols, the
+  # C++ test API beside srv_*, are exported, and none of the static runtime's.
   set_target_properties(vrnhost PROPERTIES OUTPUT_NAME opends60 PREFIX "")
-  target_link_options(vrnhost PRIVATE -Wl,--export-all-symbols)
+  target_link_options(vrnhost PRIVATE -Wl,--export-all-symbols -Wl,--exclude-libs=libpthread.a:libgcc_eh.a:libgcc.a:libstdc++.a)
   # vrn.dll, by name; only the VRN_EXPORT procedures are exported. It links the
   # archives as files, so the system libraries of their seams are named here too.
   set_target_properties(vrn PROPERTIES PREFIX "")
