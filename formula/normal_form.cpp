@@ -130,7 +130,8 @@ bool ReadPlainNumber(Cursor& at, double& x) {
     }
     if (p < at.end && (*p == 'e' || *p == 'E')) return false;
     if (digits > 19 || mantissa > (uint64_t{1} << 53) || decimals > 22) return false;
-    x = static_cast<double>(mantissa) / kExactPowers[decimals];
+    x = static_cast<double>(mantissa);
+    if (decimals > 0) x /= kExactPowers[decimals];
     at.p = p;
     return true;
 }
