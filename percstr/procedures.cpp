@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "frame/procedure.h"
+#include "percstr/evaluate.h"
 #include "percstr/normalize.h"
 
 namespace vrn {
@@ -55,8 +56,59 @@ int32_t PercStrNormalizeCall(SRV_PROC* srvproc) {
     return errors;
 }
 
+// ---- vrn_PercStrEval --------------------------------------------------------
+
+constexpr uint32_t kEvalMaxText = 20;
+constexpr uint32_t kPercStrWaitMilliseconds = 500;
+
+int32_t AnswerValue(SRV_PROC* srvproc, double value) {
+    SetOutputFloat(srvproc, 2, value);
+    CompleteCall(srvproc);
+    return kDone;
+}
+
+// Scanner 1 serves one text at a time: the lock is held around the
+// evaluation only, never while the host is called.
+bool EvaluateLocked(const char* text, int32_t mode, double* value) {
+    LockGuard guard(PercStrMutex, kPercStrWaitMilliseconds);
+    if (!guard.Obtained()) return false;
+    if (PercStrEvaluate(text, value, mode) != kPercStrEvaluated) *value = PercStrStartingValue(mode);
+    return true;
+}
+
+int32_t PercStrEvalCall(SRV_PROC* srvproc) {
+    ParamInfo params[3]{};
+    if (!JudgeCall(srvproc, {{IsCharType, false}, {IsFloatType, true, 8}, {IsIntegerType, false}}, params)) {
+        SendMessage(srvproc, "vrn_PercStrEval\nErrore nei parametri: devono essere Char / Float OUTPUT / Integer.");
+        CompleteCall(srvproc);
+        return kInvalidArg;
+    }
+    const int32_t mode = static_cast<int32_t>(ReadIntegerParam(srvproc, 3));  // NULL reads as 0
+    const ParamInfo& text = params[0];
+    if (text.isNull) return AnswerValue(srvproc, PercStrStartingValue(mode));
+    if (text.actualLength > kEvalMaxText) {
+        SendMessage(srvproc, "vrn_PercStrEval\nIl parametro 1 \xE8" " troppo lungo: %d (max %d).",
+                    static_cast<int>(text.actualLength), static_cast<int>(kEvalMaxText));
+        return AnswerValue(srvproc, PercStrStartingValue(mode));
+    }
+
+    char input[kEvalMaxText + 1];
+    ReadCharParam(srvproc, 1, text, input);
+    double value = PercStrStartingValue(mode);
+    if (!EvaluateLocked(input, mode, &value)) {
+        SendMessage(srvproc, "vrn_PercStrEval\nTimeout sul Mutex.");
+        return kLockTimeout;  // and no completion
+    }
+    return AnswerValue(srvproc, value);
+}
+
 }  // namespace
 }  // namespace vrn
 
 // text, normalised text OUTPUT. Returns the number of defects thrown away, -1 for a wrong call.
 VRN_EXPORT int32_t vrn_PercStrNormalize(SRV_PROC* srvproc) { return vrn::PercStrNormalizeCall(srvproc); }
+
+// text, result OUTPUT, mode. A text that isn't a percentage string gives the
+// mode's starting value, like NULL. 258 when PercStrMutex isn't obtained in
+// 500 ms, 0x80070057 for a wrong call.
+VRN_EXPORT int32_t vrn_PercStrEval(SRV_PROC* srvproc) { return vrn::PercStrEvalCall(srvproc); }
