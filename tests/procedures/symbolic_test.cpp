@@ -105,15 +105,16 @@ TEST(SymbolicConcurrency, OnlyTheHolderGetsAndGivesBackTheLock) {
     auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(GetMutex(0), 0);
     EXPECT_EQ(GetMutex(50), 0);
+    // Bounds wide enough for a loaded machine and coarse system timers.
     const auto shortWait = std::chrono::steady_clock::now() - start;
-    EXPECT_GE(shortWait, std::chrono::milliseconds(45));
-    EXPECT_LT(shortWait, std::chrono::milliseconds(450));
+    EXPECT_GE(shortWait, std::chrono::milliseconds(40));
+    EXPECT_LT(shortWait, std::chrono::seconds(3));
 
     start = std::chrono::steady_clock::now();
     EXPECT_EQ(GetMutexDefault(), 0);
     const auto defaultWait = std::chrono::steady_clock::now() - start;
-    EXPECT_GE(defaultWait, std::chrono::milliseconds(480));
-    EXPECT_LT(defaultWait, std::chrono::milliseconds(1500));
+    EXPECT_GE(defaultWait, std::chrono::milliseconds(450));
+    EXPECT_LT(defaultWait, std::chrono::seconds(5));
 
     const CallResult release = Lib().Call("vrn_PercStrSymb_ReleaseMutex", {});
     EXPECT_EQ(release.returnCode, 0);
