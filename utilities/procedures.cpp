@@ -51,7 +51,7 @@ int32_t Shielded(Body body, int32_t failure) noexcept {
     }
 }
 
-// A cleared block for a value of length bytes and its terminator.
+// A cleared block of the given size; an empty value still gets one byte.
 template <class T>
 HeapPtr<T> AllocateBlock(size_t bytes) {
     return HeapPtr<T>(static_cast<T*>(HeapAllocCleared(bytes > 0 ? bytes : 1)));

@@ -7,12 +7,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cctype>
 #include <cstdlib>
 #include <fstream>
 #include <memory>
-#include <new>
-#include <sstream>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -51,15 +48,19 @@ std::string_view Trim(std::string_view text) {
     return text.substr(first, last - first + 1);
 }
 
+// Names are ASCII; the process's locale has no say in their case.
+char UpperAscii(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
+char LowerAscii(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+
 std::string Upper(std::string_view text) {
     std::string result(text);
-    for (char& c : result) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    for (char& c : result) c = UpperAscii(c);
     return result;
 }
 
 std::string Lower(std::string_view text) {
     std::string result(text);
-    for (char& c : result) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    for (char& c : result) c = LowerAscii(c);
     return result;
 }
 
@@ -67,7 +68,7 @@ std::string Lower(std::string_view text) {
 std::string SambaName(std::string_view text) {
     std::string result;
     for (char c : text) {
-        if (c != ' ' && c != '\t') result += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+        if (c != ' ' && c != '\t') result += LowerAscii(c);
     }
     return result;
 }
@@ -280,10 +281,12 @@ constexpr size_t kLongestSetting = 1 << 20;
 
 std::string ReadSmallFile(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
-    if (!file) return {};
-    std::string text(kLongestSetting, '\0');
-    file.read(text.data(), static_cast<std::streamsize>(text.size()));
-    text.resize(static_cast<size_t>(file.gcount()));
+    std::string text;
+    char buffer[4096];
+    while (file && text.size() < kLongestSetting) {
+        file.read(buffer, sizeof buffer);
+        text.append(buffer, static_cast<size_t>(file.gcount()));
+    }
     return text;
 }
 

@@ -1,4 +1,8 @@
 #include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <filesystem>
+#include <fstream>
 
 #include <string>
 
@@ -103,6 +107,33 @@ TEST(DomainControllerTest, RecordOfEachKindOfDomain) {
         EXPECT_EQ(record.dcSiteName, nullptr);
         EXPECT_EQ(record.clientSiteName, nullptr);
     }
+}
+
+// The machine's own answers, read from files that Kerberos's variable names.
+TEST(SystemServerInfoTest, ReadsTheKerberosSettingOfTheMachine) {
+    if (std::filesystem::exists("/etc/samba/smb.conf")) GTEST_SKIP() << "Samba's setting would take part";
+    char pattern[] = "/tmp/vrn-krb5-XXXXXX";
+    ASSERT_NE(::mkdtemp(pattern), nullptr);
+    const std::string folder = pattern, config = folder + "/krb5.conf", keytab = folder + "/host.keytab";
+    const char* saved = std::getenv("KRB5_CONFIG");
+    ::setenv("KRB5_CONFIG", config.c_str(), 1);
+    ServerInfoSource& system = SystemServerInfo();
+    const DomainControllerInfo* info = nullptr;
+
+    EXPECT_EQ(system.DomainController(&info), kNoSuchDomain);  // no file
+    std::ofstream(config) << kKerberos << "[libdefaults]\n default_keytab_name = FILE:" << keytab << "\n";
+    EXPECT_EQ(system.DomainController(&info), kNoSuchDomain);  // not joined: no keys
+    std::ofstream(keytab) << "keys";
+    ASSERT_EQ(system.DomainController(&info), 0u);
+    EXPECT_STREQ(info->domainControllerName, "\\\\DC1");
+    EXPECT_STREQ(info->domainName, "CORP");
+    system.ReleaseDomainController(info);
+    uint32_t type = 0;
+    EXPECT_EQ(system.ServerType(&type), 0u);
+    EXPECT_EQ(type, 0x907u);
+
+    if (saved != nullptr) ::setenv("KRB5_CONFIG", saved, 1); else ::unsetenv("KRB5_CONFIG");
+    std::filesystem::remove_all(folder);
 }
 
 }  // namespace
