@@ -90,9 +90,9 @@ double PercStrSymbNum(const PercStrSymbText& t) {
 enum class Comparison { Greater, GreaterEqual, Less, LessEqual, Equal, NotEqual };
 
 // Mode 0 compares sums; the cumulative modes compare factors, which fall as a
-// discount grows, so their order is turned around.
+// discount grows, so their order is turned around (in mode 2 as well).
 bool Compare(Comparison op, double left, double right) {
-    if (PercStrSymbMode != 0 && op != Comparison::Equal && op != Comparison::NotEqual) std::swap(left, right);
+    if (PercStrSymbMode != 0) std::swap(left, right);
     switch (op) {
         case Comparison::Greater: return left > right;
         case Comparison::GreaterEqual: return left >= right;

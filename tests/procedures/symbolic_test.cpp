@@ -177,29 +177,5 @@ TEST(SymbolicProcedures, OutputsOfErrorInfoAreFourBytesWhateverTheDeclaredType) 
     EXPECT_EQ(r.OutputOf(2)->value.size(), 4u);
 }
 
-TEST(SymbolicProcedures, AHostThatCannotDescribeTheParametersGetsTheParameterAnswer) {
-    host::CallOptions failing;
-    failing.failParamInfo = true;
-    struct Case {
-        const char* procedure;
-        std::vector<host::Param> params;
-        int32_t code;
-    };
-    const Case cases[] = {
-        {"vrn_PercStrSymb_GetMutex", {Int(0)}, 0},
-        {"vrn_PercStrSymb_Init", {Int(0)}, static_cast<int32_t>(0x80070057u)},
-        {"vrn_PercStrSymb_SetVar", {VarChar("Cliente"), VarChar("1")}, -1},
-        {"vrn_PercStrSymb_Eval", {VarChar("1"), Output(VarChar("", 30))}, -1},
-        {"vrn_PercStrSymb_ErrorInfo", {Output(Int(0)), Output(Int(0))}, static_cast<int32_t>(0x80070057u)},
-    };
-    for (const auto& c : cases) {
-        const CallResult r = Lib().Call(c.procedure, c.params, failing);
-        EXPECT_EQ(r.returnCode, c.code) << c.procedure;
-        ASSERT_EQ(r.messages.size(), 1u) << c.procedure;
-        EXPECT_NE(r.messages[0].text.find("Errore nei parametri"), std::string::npos) << c.procedure;
-        EXPECT_TRUE(r.outputs.empty()) << c.procedure;
-    }
-}
-
 }  // namespace
 }  // namespace vrn

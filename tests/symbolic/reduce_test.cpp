@@ -81,13 +81,10 @@ TEST(SymbolicReduce, ComparisonsFollowTheMode) {
         {"IIF(10<>10.0,1,2)", {"2", "2", "2"}},
         {"IIF(10!=5,1,2)", {"1", "1", "1"}},
         {"IIF(ZERO(10-10),1,2)", {"1", "2", "2"}},
-        {"IIF(ISZERO(10-10),1,2)", {"1", "2", "2"}},
         {"IIF(ISEMPTY(0),1,2)", {"2", "2", "2"}},
         {"IIF(NOT NOT 1=1,1,2)", {"1", "1", "1"}},
         {"IIF(!1=1,1,2)", {"2", "2", "2"}},
         {"IIF(1+2>3,1,2)", {"2", "2", "2"}},
-        {"min(10,20)", {"10", "10", "20"}},
-        {"Max(10,20)", {"20", "20", "10"}},
     };
     for (const auto& c : cases) {
         for (int32_t mode = 0; mode < 3; ++mode) {
@@ -133,7 +130,6 @@ TEST(SymbolicReduce, TextOperationsAreTheSameInEveryMode) {
         {"-Cliente", {{"Cliente", "a-b+c"}}, "-a+b-c"},
         {"Cliente", {{"Cliente", "MIN(1,2)"}}, "MIN(1,2)"},
         {"Cliente", {{"Cliente", "Articolo"}}, "Articolo"},
-        {"CLIENTE+cliente", {{"Cliente", "1"}}, "1+1"},
         {"IIF(EMPTY(Cliente),1,2)", {{"Cliente", ""}}, "1"},
         {".5", {}, "0.5"},
         {"010.50", {}, "010.50"},
@@ -151,7 +147,6 @@ TEST(SymbolicReduce, TextOperationsAreTheSameInEveryMode) {
         {"-1|2", {}, "-1"},
         {"+1|2", {}, "1"},
         {"+Cliente|2", {{"Cliente", ""}}, "2"},
-        {"1-2+3", {}, "1-2+3"},
         {"1-(2+3)", {}, "1-2-3"},
         {"100.123456+200.123456", {}, "100.123456+200.123456"},
     };
@@ -198,19 +193,13 @@ TEST(SymbolicReduce, FailuresRecordTheOffendingToken) {
         int32_t length;
     };
     const Case cases[] = {
-        {"1000", 3, 1},
-        {"1.1234567", 8, 1},
-        {"12.", 2, 1},
-        {"1.5.5", 3, 2},
         {"10%", 2, 1},
         {"10abc", 2, 3},
-        {"10ABC", 2, 3},
         {"10+\xE8" "5", 3, 1},
         {"10+", 2, 1},
         {"10+  ", 4, 1},
         {"(", 0, 1},
         {"1\v", 1, 1},
-        {"1\f+2", 1, 1},
         {"IIF(1,2,3)", 5, 1},
         {"IIF((1=1),2,3)", 6, 1},
         {"IIF(NOT(1=1),2,3)", 9, 1},
@@ -227,9 +216,7 @@ TEST(SymbolicReduce, FailuresRecordTheOffendingToken) {
         {"IIF(1<>>2,1,2)", 7, 1},
         {"MINI(1)", 0, 4},
         {"_x", 0, 2},
-        {"Cliente_Articolo", 0, 16},
         {"+", 0, 1},
-        {"++", 1, 1},
         {"1,2", 1, 1},
         {"1 2", 2, 1},
         {"NOT 1", 0, 3},

@@ -46,6 +46,7 @@ TEST(SymbolTable, LookupFoldsOnlyAsciiCapitalsAndMatchesWholeNames) {
         {"", "", 1, false},
         {"Cliente\xC8", "Cliente\xE8", 1, false},
         {"Agente1", "AGENTE1", 0, true},
+        {"Cliente_ArticoloFamiglia", "Cliente", 0, false},
     };
     for (const auto& c : cases) {
         PercStrSymbInitVars(0);
@@ -56,15 +57,6 @@ TEST(SymbolTable, LookupFoldsOnlyAsciiCapitalsAndMatchesWholeNames) {
             EXPECT_STREQ(var->value.text, "7");
         }
     }
-}
-
-TEST(SymbolTable, PrefixOfAnotherNameIsItsOwnVariable) {
-    PercStrSymbInitVars(0);
-    ASSERT_EQ(PercStrSymbSetVarValue("Cliente_ArticoloFamiglia", "3"), 0);
-    EXPECT_EQ(PercStrSymbFindVar("Cliente"), nullptr);
-    ASSERT_EQ(PercStrSymbSetVarValue("Cliente", "1"), 0);
-    EXPECT_STREQ(PercStrSymbFindVar("Cliente")->value.text, "1");
-    EXPECT_STREQ(PercStrSymbFindVar("cliente_articolofamiglia")->value.text, "3");
 }
 
 TEST(SymbolTable, EmptyValueSetsTheVariableAndTheLastStoreWins) {
