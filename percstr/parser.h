@@ -147,19 +147,20 @@ public:
     int16_t* states = initialStates_;
     Value* values = initialValues_;
     Location* locations = initialLocations_;
+    int capacity = kParserInitialDepth;
 
-    // Called when the entry at top has been written: false when the stacks
-    // are full and can't grow.
-    [[nodiscard]] bool Room(int top) {
-        if (top < capacity_ - 1) return true;
-        if (capacity_ >= kParserMaxDepth) return false;
-        const int capacity = capacity_ * 2 < kParserMaxDepth ? capacity_ * 2 : kParserMaxDepth;
-        const size_t cap = static_cast<size_t>(capacity);
+    // Called when the last entry of the capacity has been written: doubles
+    // the capacity, up to kParserMaxDepth, in one new block. False when the
+    // stacks are at the limit or the block can't be had.
+    [[nodiscard]] bool Grow() {
+        if (capacity >= kParserMaxDepth) return false;
+        const int grown = capacity * 2 < kParserMaxDepth ? capacity * 2 : kParserMaxDepth;
+        const size_t cap = static_cast<size_t>(grown);
         const size_t locationsAt = AlignUp(cap * sizeof(Value), alignof(Location));
         const size_t statesAt = AlignUp(locationsAt + cap * sizeof(Location), alignof(int16_t));
         auto* block = static_cast<unsigned char*>(ParserMemory::allocate(statesAt + cap * sizeof(int16_t)));
         if (block == nullptr) return false;
-        const size_t used = static_cast<size_t>(top) + 1;
+        const size_t used = static_cast<size_t>(capacity);
         auto* newValues = reinterpret_cast<Value*>(block);
         auto* newLocations = reinterpret_cast<Location*>(block + locationsAt);
         auto* newStates = reinterpret_cast<int16_t*>(block + statesAt);
@@ -171,7 +172,7 @@ public:
         values = newValues;
         locations = newLocations;
         states = newStates;
-        capacity_ = capacity;
+        capacity = grown;
         return true;
     }
 
@@ -179,7 +180,6 @@ private:
     static_assert(alignof(Value) <= alignof(std::max_align_t) && alignof(Location) <= alignof(std::max_align_t));
     static size_t AlignUp(size_t offset, size_t alignment) { return (offset + alignment - 1) / alignment * alignment; }
 
-    int capacity_ = kParserInitialDepth;
     void* block_ = nullptr;
     int16_t initialStates_[kParserInitialDepth];
     Value initialValues_[kParserInitialDepth];
@@ -189,8 +189,20 @@ private:
 template <class Value, class Location, class Context>
 int32_t Parser<Value, Location, Context>::Parse(Context* context) const {
     constexpr int32_t kNoLookahead = -1;
-    const lalr::ParseTables& tables = tables_;
-    if (tables.stateCount == 0) return kParseSyntaxError;  // a grammar that didn't build
+    if (tables_.stateCount == 0) return kParseSyntaxError;  // a grammar that didn't build
+
+    // The tables as plain arrays: the token requests and actions are calls
+    // the compiler can't see through, and the vectors would be read anew after each.
+    const int16_t* const actions = tables_.action.data();
+    const int16_t* const gotos = tables_.gotoState.data();
+    const uint16_t* const defaultRule = tables_.defaultRule.data();
+    const uint8_t* const needsLookahead = tables_.needsLookahead.data();
+    const uint16_t* const ruleLhs = tables_.ruleLhs.data();
+    const uint8_t* const ruleLength = tables_.ruleLength.data();
+    const size_t terminalCount = static_cast<size_t>(tables_.terminalCount);
+    const size_t nonterminalCount = static_cast<size_t>(tables_.nonterminalCount);
+    const typename GrammarType::Rule* const rules = grammar_.rules.data();
+    const auto nextToken = grammar_.nextToken;
 
     Lookahead<Value, Location> local;
     Lookahead<Value, Location>& lookahead = grammar_.sharedLookahead ? *grammar_.sharedLookahead : local;
@@ -198,61 +210,71 @@ int32_t Parser<Value, Location, Context>::Parse(Context* context) const {
     lookahead.value = Value{};
     lookahead.location = InitialLocation(Location{});
 
+    // The stacks' arrays in locals, which no call can change behind our back.
     Stacks stacks;
+    int16_t* states = stacks.states;
+    Value* values = stacks.values;
+    Location* locations = stacks.locations;
+    int lastEntry = stacks.capacity - 1;
     int top = 0;
     int state = 0;
-    stacks.states[0] = 0;
-    stacks.values[0] = Value{};
-    stacks.locations[0] = lookahead.location;
+    states[0] = 0;
+    values[0] = Value{};
+    locations[0] = lookahead.location;
 
     for (;;) {
-        int16_t action;
-        if (!tables.needsLookahead[static_cast<size_t>(state)]) {
-            action = static_cast<int16_t>(-tables.defaultRule[static_cast<size_t>(state)]);
+        int action;
+        if (!needsLookahead[state]) {
+            action = -defaultRule[state];
         } else {
             if (lookahead.terminal == kNoLookahead) {
-                const int32_t code = grammar_.nextToken(&lookahead.value, &lookahead.location, context);
-                lookahead.terminal = tables.Terminal(code);
+                lookahead.terminal = tables_.Terminal(nextToken(&lookahead.value, &lookahead.location, context));
             }
-            action = tables.Action(state, lookahead.terminal);
+            action = actions[static_cast<size_t>(state) * terminalCount + static_cast<size_t>(lookahead.terminal)];
+            if (action == lalr::kDefaultAction) action = defaultRule[state] != 0 ? -defaultRule[state] : lalr::kErrorAction;
         }
 
-        if (action == lalr::kAcceptAction) return kParseAccepted;
-        if (action == lalr::kErrorAction) {
-            grammar_.recordError(context, lookahead.location);
-            return kParseSyntaxError;
-        }
         if (action > 0) {
+            if (action == lalr::kAcceptAction) return kParseAccepted;
             state = action;
             ++top;
-            stacks.states[top] = static_cast<int16_t>(state);
-            stacks.values[top] = lookahead.value;
-            stacks.locations[top] = lookahead.location;
+            states[top] = static_cast<int16_t>(state);
+            values[top] = lookahead.value;
+            locations[top] = lookahead.location;
             lookahead.terminal = kNoLookahead;
+        } else if (action == lalr::kErrorAction) {
+            grammar_.recordError(context, lookahead.location);
+            return kParseSyntaxError;
         } else {
             const size_t rule = static_cast<size_t>(-action);
-            const int length = tables.ruleLength[rule];
+            const int length = ruleLength[rule];
             const int first = top - length + 1;
-            Value value = length > 0 ? stacks.values[first] : Value{};
-            Location location = length > 0 ? SpanLocation(stacks.locations[first], stacks.locations[top])
-                                           : EmptyLocationAfter(stacks.locations[top]);
+            Value value = length > 0 ? values[first] : Value{};
+            Location location = length > 0 ? SpanLocation(locations[first], locations[top])
+                                           : EmptyLocationAfter(locations[top]);
             bool aborted = false;
-            if (const auto run = grammar_.rules[rule - 1].action) {
-                typename GrammarType::Reduce reduce(context, stacks.values + first, stacks.locations + first, value, location);
+            if (const auto run = rules[rule - 1].action) {
+                typename GrammarType::Reduce reduce(context, values + first, locations + first, value, location);
                 run(reduce);
                 aborted = reduce.Aborted();
             }
             top -= length;
             if (aborted) return kParseSyntaxError;
-            state = tables.Goto(stacks.states[top], tables.ruleLhs[rule]);
+            state = gotos[static_cast<size_t>(states[top]) * nonterminalCount + ruleLhs[rule]];
             ++top;
-            stacks.states[top] = static_cast<int16_t>(state);
-            stacks.values[top] = value;
-            stacks.locations[top] = location;
+            states[top] = static_cast<int16_t>(state);
+            values[top] = value;
+            locations[top] = location;
         }
-        if (!stacks.Room(top)) {
-            grammar_.recordError(context, lookahead.location);
-            return kParseExhausted;
+        if (top == lastEntry) {
+            if (!stacks.Grow()) {
+                grammar_.recordError(context, lookahead.location);
+                return kParseExhausted;
+            }
+            states = stacks.states;
+            values = stacks.values;
+            locations = stacks.locations;
+            lastEntry = stacks.capacity - 1;
         }
     }
 }

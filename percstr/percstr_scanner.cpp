@@ -1,7 +1,5 @@
 #include "percstr/percstr_scanner.h"
 
-#include <charconv>
-
 namespace vrn {
 
 namespace {
@@ -21,12 +19,23 @@ const ScanAutomaton& PercStrAutomaton() {
     return automaton;
 }
 
-// The text holds digits and at most one point: the nearest double, as the
-// C locale's strtod gives it.
+// The rules leave at most 9 digits and 6 decimals: the digits as an integer
+// and the power of ten are both exact doubles, so one division gives the
+// double nearest to the decimal text, as the C locale's strtod does.
 double NumberOf(const char* text, uint32_t length) {
-    double value = 0.0;
-    std::from_chars(text, text + length, value);
-    return value;
+    static constexpr double kPowersOfTen[] = {1e0, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6};
+    uint32_t digits = 0;
+    uint32_t decimals = 0;
+    bool afterPoint = false;
+    for (uint32_t i = 0; i < length; ++i) {
+        if (text[i] == '.') {
+            afterPoint = true;
+            continue;
+        }
+        digits = digits * 10 + static_cast<uint32_t>(text[i] - '0');
+        if (afterPoint) ++decimals;
+    }
+    return static_cast<double>(digits) / kPowersOfTen[decimals];
 }
 
 }  // namespace

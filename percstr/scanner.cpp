@@ -123,7 +123,7 @@ int ScannerEngine::NextMatch() {
     }
     // Every text is scanned from a buffer made current before; there is no
     // stream to fall back on.
-    if (currentBuffer_ == nullptr || !Prepare()) return kEndOfInput;
+    if (currentBuffer_ == nullptr || (automaton_ == nullptr && !Prepare())) return kEndOfInput;
     if (currentBuffer_->status == kBufferNew) currentBuffer_->status = kBufferScanning;
 
     *readPosition_ = heldCharacter_;
