@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -198,6 +199,22 @@ TEST(PercStrScanner, TokensAndColumns) {
         {std::string("1\0+", 3), {{N, 1, 0, 1}, {0, 0, 1, 2}}},  // a NUL of the input: code 0
     };
     for (const Case& c : cases) EXPECT_EQ(Tokens(c.text), c.tokens) << c.text;
+}
+
+TEST(PercStrScanner, NumbersAreTheNearestDoubleLikeStrtod) {
+    std::mt19937 random(20261123);
+    for (int i = 0; i < 100000; ++i) {
+        std::string text = std::to_string(random() % 1000).substr(0, 1 + random() % 3);
+        if (random() % 4 != 0) {
+            if (random() % 8 == 0) text.clear();
+            text += '.';
+            const uint32_t decimals = 1 + random() % 6;
+            for (uint32_t d = 0; d < decimals; ++d) text += static_cast<char>('0' + random() % 10);
+        }
+        const std::vector<Token> tokens = Tokens(text);
+        ASSERT_EQ(tokens.size(), 2u) << text;
+        ASSERT_EQ(tokens[0].value, std::strtod(text.c_str(), nullptr)) << text;
+    }
 }
 
 TEST(PercStrScanner, NextTextStartsAfreshBehindUnreadInput) {
