@@ -124,7 +124,8 @@ private:
     void* handle_;
 };
 
-// Path of libvrn in the build tree: $VRN_LIB, else beside the running executable.
+// Path of libvrn: $VRN_LIB, else beside the running executable, else in the
+// folder above it (the build tree keeps tests and tools one level down).
 std::string DefaultLibraryPath();
 
 }  // namespace vrn::host

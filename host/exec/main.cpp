@@ -47,12 +47,14 @@ int main(int argc, char** argv) {
     Options o;
     for (int i = 1; i < argc; ++i) {
         const std::string arg = argv[i];
-        auto value = [&](const char* option) -> std::optional<std::string> {
-            const std::string prefix = std::string(option) + "=";
-            if (arg.rfind(prefix, 0) == 0) return arg.substr(prefix.size());
+        // --name VALUE or --name=VALUE; nullopt when arg isn't this option.
+        bool missing = false;
+        auto value = [&](const std::string& option) -> std::optional<std::string> {
+            if (arg.rfind(option + "=", 0) == 0) return arg.substr(option.size() + 1);
             if (arg != option) return std::nullopt;
-            if (i + 1 >= argc) return std::string("\x01");
-            return std::string(argv[++i]);
+            if (i + 1 < argc) return std::string(argv[++i]);
+            missing = true;
+            return std::string();
         };
         if (arg == "-h" || arg == "--help") {
             std::cout << kUsage;
@@ -72,9 +74,7 @@ int main(int argc, char** argv) {
         } else {
             o.file = arg;
         }
-        if (o.library == "\x01" || o.instance == "\x01" || o.query == "\x01") {
-            return UsageError(arg + " needs a value");
-        }
+        if (missing) return UsageError(arg + " needs a value");
     }
     if (o.query && o.file) return UsageError("give -Q or a file, not both");
 

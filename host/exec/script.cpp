@@ -393,11 +393,18 @@ private:
                 Take();
                 if (Peek().kind != Tok::Word && Peek().kind != Tok::String) Fail("a column name after AS");
                 item.header = Take().text;
-            } else if (Peek().kind == Tok::Word && Peek().bracketed) {
+            } else if (Peek().kind == Tok::Word && !StartsStatement(Peek())) {
                 item.header = Take().text;
             }
             s.items.push_back(std::move(item));
         } while (IsSymbol(Peek(), ",") && (Take(), true));
+    }
+
+    static bool StartsStatement(const Token& t) {
+        for (const char* keyword : {"declare", "set", "exec", "execute", "select", "print"}) {
+            if (IsWord(t, keyword)) return true;
+        }
+        return false;
     }
 
     bool StartsExpression() const {

@@ -153,6 +153,31 @@ double ExactToDouble(const Exact& e) {
     return value;
 }
 
+// A double as the exact decimal of its shortest text (0.1, not 0.1000000000000000055...),
+// for |value| < 1e38. Digits far below the smallest scale are dropped.
+Exact ShortestExact(double value) {
+    char text[64];
+    const auto result = std::to_chars(text, text + sizeof text, value, std::chars_format::scientific);
+    const std::string s(text, result.ptr);  // [-]d[.ddd]e[+-]xx
+    Exact e;
+    e.negative = s[0] == '-';
+    const size_t mark = s.find('e');
+    std::string digits;
+    for (size_t i = e.negative ? 1 : 0; i < mark; ++i) {
+        if (s[i] != '.') digits += s[i];
+    }
+    int exponent = std::stoi(s.substr(mark + 1)) - static_cast<int>(digits.size() - 1);
+    constexpr int kFinest = -(kMaxPrecision + 1);  // one digit more than any scale, for rounding
+    if (exponent < kFinest) {
+        digits = digits.substr(0, std::max(0, static_cast<int>(digits.size()) + exponent - kFinest));
+        exponent = kFinest;
+    }
+    for (char c : digits) e.magnitude = e.magnitude * 10 + static_cast<unsigned>(c - '0');
+    if (exponent > 0) e.magnitude *= PowerOfTen(exponent);
+    e.scale = static_cast<uint8_t>(exponent < 0 ? -exponent : 0);
+    return e;
+}
+
 // The exact value rounded half away from zero to the scale, as the server rounds.
 Exact Rescale(Exact e, uint8_t scale) {
     if (scale >= e.scale) {
@@ -353,10 +378,7 @@ Bytes AsDecimal(const Number& n, const SqlType& t) {
     Exact e;
     if (n.isFloat) {
         if (!std::isfinite(n.floating) || std::fabs(n.floating) >= 1e38) Overflow(t);
-        char text[128];
-        const auto result = std::to_chars(text, text + sizeof text, n.floating, std::chars_format::fixed, t.scale);
-        if (result.ec != std::errc{}) Overflow(t);
-        e = ParseNumber(std::string(text, result.ptr))->exact;
+        e = Rescale(ShortestExact(n.floating), t.scale);
     } else {
         e = Rescale(n.exact, t.scale);
     }

@@ -101,6 +101,8 @@ TEST_F(ExecTest, LiteralsAndCastsReachTheProcedureAsTheServerTypesThem) {
         {"CAST(1.5 AS real)", "109 4 4 0 0 0000C03F"},
         {"CAST(0.1 AS float)", "109 8 8 0 0 9A9999999999B93F"},
         {"CAST(1.25 AS decimal(5,1))", "106 17 17 0 0 010D000000000000000000000000000000"},
+        {"CAST(0.1e0 AS decimal(3,2))", "106 17 17 0 0 010A000000000000000000000000000000"},
+        {"CAST(-0.5 AS numeric)", "108 17 17 0 0 0001000000000000000000000000000000"},
         {"CAST(NULL AS int)", "38 4 0 1 0 "},
         {"CAST(1 AS binary(4))", "173 4 4 0 0 00000001"},
         {"CONVERT(varchar(2), 'abc')", "167 2 2 0 0 6162"},
@@ -213,7 +215,7 @@ TEST_F(ExecTest, BatchSyntax) {
         "exec dbo.[fx_Echo]\n"
         "  GO  \n"
         "DECLARE @a bit = 'TRUE'\n"
-        "SELECT @a, 1e2 AS [hundred], 'x' AS 'quoted'\n");
+        "SELECT @a, 1e2 [hundred], 'x' AS 'quoted' PRINT 'end'\n");
     ASSERT_EQ(run.exitCode, 0) << run.err;
     EXPECT_EQ(run.out,
               "-7\n"
@@ -232,7 +234,8 @@ TEST_F(ExecTest, BatchSyntax) {
               " 1     100 x\n"
               "\n"
               "(1 row affected)\n"
-              "\n");
+              "\n"
+              "end\n");
 }
 
 // A bad script runs nothing, says where it is wrong, and exits non-zero.
