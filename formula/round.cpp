@@ -9,9 +9,15 @@ namespace {
 // The same doubles that pow(10, digits) gives, without its cost on the hot path.
 constexpr double kScales[] = {0.001, 0.01, 0.1, 1.0, 10.0, 100.0, 1000.0};
 
+// Outside the table: 10^n is exact up to 10^22, and 1 / 10^n is then one
+// correctly rounded division, the double a correct pow gives (some runtimes'
+// pow is an ulp off there).
 double Scale(int32_t digits) {
     if (digits >= -3 && digits <= 3) return kScales[digits + 3];
-    return std::pow(10.0, digits);
+    if (digits < -22 || digits > 22) return std::pow(10.0, digits);
+    double exact = 1.0;
+    for (int32_t n = digits < 0 ? -digits : digits; n > 0; --n) exact *= 10.0;
+    return digits < 0 ? 1.0 / exact : exact;
 }
 
 // An integer has no negative zero: -0.4 truncates to +0.

@@ -5,7 +5,9 @@
 #include <bit>
 #include <cmath>
 #include <cstdint>
+#include <cstdlib>
 #include <random>
+#include <string>
 
 namespace vrn {
 namespace {
@@ -13,7 +15,8 @@ namespace {
 // The rounding steps with their 32-bit truncation, for values whose x (and
 // x + 1) lie inside that range. The engine must match it bit for bit there.
 double RoundBy32BitSteps(double value, int32_t digits, int32_t kind) {
-    const double p = std::pow(10.0, digits);
+    // The correctly rounded power, as strtod reads it: some runtimes' pow is an ulp off.
+    const double p = std::strtod(("1e" + std::to_string(digits)).c_str(), nullptr);
     const double x = value * p;
     const int32_t t = static_cast<int32_t>(x);
     if (std::fabs(x - t) < 1e-8) return x / p;
