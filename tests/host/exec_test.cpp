@@ -21,9 +21,12 @@ std::string Env(const char* name) {
     return value ? value : "";
 }
 
-std::string ReadFile(const std::string& path) {
+// A Windows console program ends its lines with CR LF: compare them as plain line ends.
+std::string ReadOutput(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
+    std::string text(std::istreambuf_iterator<char>(in), {});
+    for (size_t at = text.find("\r\n"); at != std::string::npos; at = text.find("\r\n", at)) text.erase(at, 1);
+    return text;
 }
 
 std::string Quoted(const std::string& path) { return "\"" + path + "\""; }
@@ -46,8 +49,8 @@ protected:
                                     Quoted(scriptPath + ".err");
         Outcome run;
         run.exitCode = vrn::test::RunCommand(command);
-        run.out = ReadFile(scriptPath + ".out");
-        run.err = ReadFile(scriptPath + ".err");
+        run.out = ReadOutput(scriptPath + ".out");
+        run.err = ReadOutput(scriptPath + ".err");
         return run;
     }
 
