@@ -31,31 +31,17 @@ TEST(PFormulaWriteOp, WritesEachOperationInItsOneForm) {
         int32_t kind;
         const char* text;
     };
+    // What the parser's own numbers give is in its tests; these are the rest.
     const Row rows[] = {
-        {5, kWriteAdd, "+5 "},
-        {-5, kWriteAdd, "-5 "},
-        {0, kWriteAdd, ""},
         {-0.0, kWriteAdd, ""},
-        {0, kWritePercentage, ""},
-        {0, kWriteMargin, ""},
         {0, kWriteAssign, ""},  // an assignment of 0 is dropped as well
-        {5, kWriteAssign, "=5 "},
-        {5, kWritePercentage, "+5% "},
-        {-5, kWriteMargin, "-5& "},
-        {-5.5, kWriteMargin, "-5.5& "},
-        {1.5, kWriteMultiply, "*1.5 "},
-        {0.1, kWriteDivide, "/0.1 "},
-        {0.5, kWriteAdd, "+0.5 "},
         {-0.5, kWriteAdd, "-0.5 "},
+        {-5.5, kWriteMargin, "-5.5& "},
         {0.0001, kWriteAdd, "+0.0001 "},
-        {12, kWriteAdd, "+12 "},
-        {100, kWriteAdd, "+100 "},
-        {12345678.1234, kWriteAdd, "+12345678.1234 "},
         {99999999.9999, kWritePercentage, "+99999999.9999% "},
-        {100.00001, kWriteAdd, "+100 "},            // four decimals, then the zeros and the point go
-        {1e10, kWriteAdd, "+10000000000 "},          // beyond 32 bits: still the plain integer
-        {2, kRoundCommercial, "AC(2) "},
-        {-0.0, kRoundDown, "AD(0) "},
+        {100.00001, kWriteAdd, "+100 "},    // four decimals, then the zeros and the point go
+        {1e10, kWriteAdd, "+10000000000 "},  // beyond 32 bits: still the plain integer
+        {-2.5, kWriteMultiply, "*-2.5 "},
         {0, kRoundUp, "AE(0) "},
         {-1, kRoundUp, "AE(-1) "},
         {-3.9, kRoundDown, "AD(-3) "},
