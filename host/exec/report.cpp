@@ -115,7 +115,7 @@ public:
 private:
     // Information shows as its text alone, anything else with its number, as a client shows it.
     void PrintMessage(const host::Message& m) {
-        if (m.type != SRV_INFO_MESSAGE) {
+        if (m.type != kInfoMessage) {
             out_ << "Msg " << m.number << ", Level " << int{m.msgClass} << ", State " << int{m.state} << '\n';
         }
         out_ << ShowCp1252(host::Bytes(m.text.begin(), m.text.end()), true) << '\n';
@@ -139,7 +139,7 @@ private:
         PrintTable(out_, headers, numeric, rows);
     }
 
-    static constexpr int SRV_INFO_MESSAGE = 1;
+    static constexpr int kInfoMessage = 1;  // srv_sendmsg's informational kind
     std::ostream& out_;
 };
 

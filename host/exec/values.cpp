@@ -236,7 +236,7 @@ Number ToNumber(const Value& v, const SqlType& target) {
     case Family::Bit: {
         const int64_t i = v.type.family == Family::Bit ? (ReadLittleEndian(v.bytes, 1) != 0) : IntegerOf(v);
         n.exact.negative = i < 0;
-        n.exact.magnitude = i < 0 ? U128(0) - U128(static_cast<unsigned __int128>(i)) : U128(i);
+        n.exact.magnitude = i < 0 ? U128(0) - static_cast<U128>(i) : static_cast<U128>(i);  // |i|, INT64_MIN too
         return n;
     }
     case Family::Float:
