@@ -36,12 +36,16 @@ if(VRN_TESTS)
   endforeach()
 endif()
 
+set(VRN_PROCEDURE_TEST_LIBRARY vrn_internals)
+set(VRN_EXPORT_OWN_SYMBOLS
+    -Wl,--export-all-symbols -Wl,--exclude-libs=libpthread.a:libgcc_eh.a:libgcc.a:libstdc++.a)
+
 # Names and linkage once every target exists.
 function(vrn_windows_targets)
   # Our host stand-in carries the host library's name; all its own symbols, the
   # C++ test API beside srv_*, are exported, and none of the static runtime's.
   set_target_properties(vrnhost PROPERTIES OUTPUT_NAME opends60 PREFIX "")
-  target_link_options(vrnhost PRIVATE -Wl,--export-all-symbols -Wl,--exclude-libs=libpthread.a:libgcc_eh.a:libgcc.a:libstdc++.a)
+  target_link_options(vrnhost PRIVATE ${VRN_EXPORT_OWN_SYMBOLS})
   # vrn.dll, by name; only the VRN_EXPORT procedures are exported. It links the
   # archives as files, so the system libraries of their seams are named here too.
   set_target_properties(vrn PROPERTIES PREFIX "")
@@ -49,6 +53,19 @@ function(vrn_windows_targets)
   target_link_libraries(vrn PRIVATE ${system_libraries})
   if(TARGET vrn_utilities)
     target_link_libraries(vrn_utilities PUBLIC ${system_libraries})
+  endif()
+
+  # vrn.dll's twin for the procedure tests: the same archives, with the C++
+  # internals exported too, so that a test reaches the locks and hooks of the
+  # very library it loads.
+  if(VRN_TESTS)
+    get_target_property(libraries vrn LINK_LIBRARIES)
+    add_library(${VRN_PROCEDURE_TEST_LIBRARY} SHARED ${PROJECT_SOURCE_DIR}/cmake/empty.cpp)
+    target_link_libraries(${VRN_PROCEDURE_TEST_LIBRARY} PRIVATE ${libraries})
+    target_include_directories(${VRN_PROCEDURE_TEST_LIBRARY} PUBLIC ${PROJECT_SOURCE_DIR})
+    add_dependencies(${VRN_PROCEDURE_TEST_LIBRARY} ${VRN_ARCHIVES})
+    set_target_properties(${VRN_PROCEDURE_TEST_LIBRARY} PROPERTIES PREFIX "")
+    target_link_options(${VRN_PROCEDURE_TEST_LIBRARY} PRIVATE ${VRN_EXPORT_OWN_SYMBOLS})
   endif()
 endfunction()
 cmake_language(DEFER CALL vrn_windows_targets)
