@@ -1,7 +1,5 @@
 #include "formula/formula_parser.h"
 
-#include <climits>
-
 #include "formula/formula_scanner.h"
 #include "formula/normal_form.h"
 #include "formula/round.h"
@@ -15,10 +13,14 @@ using FormulaGrammar = Grammar<double, TokenLocation, PFormulaRecord>;
 using Reduce = FormulaGrammar::Reduce;
 
 constexpr lalr::TokenName kTokens[] = {
-    {"ROUND_UP", kTokenRoundUp},         {"ROUND_DOWN", kTokenRoundDown},
-    {"ROUND_COMMERCIAL", kTokenRoundCommercial}, {"INTEGER", kTokenInteger},
-    {"DECIMAL", kTokenDecimal},          {"BAD_WORD", kTokenBadWord},
-    {"LONG_INTEGER", kTokenLongInteger}, {"LONG_DECIMAL", kTokenLongDecimal},
+    {"ROUND_UP", kTokenRoundUp},
+    {"ROUND_DOWN", kTokenRoundDown},
+    {"ROUND_COMMERCIAL", kTokenRoundCommercial},
+    {"INTEGER", kTokenInteger},
+    {"DECIMAL", kTokenDecimal},
+    {"BAD_WORD", kTokenBadWord},  // no production takes it: always a syntax error
+    {"LONG_INTEGER", kTokenLongInteger},
+    {"LONG_DECIMAL", kTokenLongDecimal},
 };
 
 void Fail(Reduce& r, int32_t errorCode, const TokenLocation& at) {
@@ -36,7 +38,7 @@ void Write(Reduce& r, double operand, int32_t kind) {
 
 double& Register(Reduce& r) { return r.context->value; }
 
-// The operand n, located at `at`, is checked against [low, high] as `checked`.
+// Inclusive limits; out of them the item fails at the number's location.
 bool Within(Reduce& r, double checked, double low, double high, int32_t errorCode, const TokenLocation& at) {
     if (checked >= low && checked <= high) return true;
     Fail(r, errorCode, at);
@@ -100,11 +102,6 @@ void NegativeMarginOf(Reduce& r) {
     if (!Within(r, -n, -2900, 99, kPFormulaMargin, r.At(2))) return;
     Register(r) = Register(r) / (n / 100 + 1);
     Write(r, -n, kWriteMargin);
-}
-
-int32_t TruncateToInt32(double x) {
-    if (!(x > -2147483649.0 && x < 2147483648.0)) return INT32_MIN;
-    return static_cast<int32_t>(x);
 }
 
 void Round(Reduce& r, int32_t kind) {

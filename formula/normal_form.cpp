@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <climits>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -14,13 +13,6 @@ namespace vrn {
 namespace {
 
 // ---- Writer
-
-// Conversion toward zero to 32 bits; out of range (and NaN) gives the integer
-// minimum, as the platform's conversion does, instead of undefined behaviour.
-int32_t TruncateToInt32(double x) {
-    if (!(x > -2147483649.0 && x < 2147483648.0)) return INT32_MIN;
-    return static_cast<int32_t>(x);
-}
 
 // Enough for "%.4f" of any double.
 constexpr size_t kNumberRoom = 400;

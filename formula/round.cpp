@@ -1,5 +1,6 @@
 #include "formula/round.h"
 
+#include <climits>
 #include <cmath>
 
 namespace vrn {
@@ -36,6 +37,11 @@ double PFormulaRound(double value, int32_t digits, int32_t kind) {
     if (kind == kRoundCommercial) return Truncate(x + 0.5) / p;
     if (kind == kRoundUp) return Truncate(x + 1.0) / p;
     return t / p;
+}
+
+int32_t TruncateToInt32(double x) {
+    if (!(x > -2147483649.0 && x < 2147483648.0)) return INT32_MIN;
+    return static_cast<int32_t>(x);
 }
 
 }  // namespace vrn

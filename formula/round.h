@@ -15,4 +15,8 @@ inline constexpr int32_t kRoundUp = 'E';
 // value * 10^digits / 10^digits. Negative values aren't mirrored.
 [[nodiscard]] double PFormulaRound(double value, int32_t digits, int32_t kind);
 
+// Conversion toward zero to 32 bits; out of range (and NaN) gives the integer
+// minimum, as the platform's conversion does, instead of undefined behaviour.
+[[nodiscard]] int32_t TruncateToInt32(double x);
+
 }  // namespace vrn
