@@ -12,10 +12,12 @@ export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
 ctest --test-dir "$root/build" --output-on-failure -j "$(nproc)"
 ctest --test-dir "$root/build-san" --output-on-failure -j "$(nproc)"
 
-# The client-held lock once more under ThreadSanitizer: only the library and its lock tests.
+# The client-held lock and the formula lock once more under ThreadSanitizer:
+# only the library and its lock tests.
 cmake -S "$root" -B "$root/build-tsan" -DVRN_TSAN=ON -DVRN_BENCH=OFF >/dev/null
 cmake --build "$root/build-tsan" -j "$(nproc)" --target test_procedures
-VRN_LIB="$root/build-tsan/libvrn.so" "$root/build-tsan/tests/test_procedures" --gtest_filter='SymbolicConcurrency.*'
+VRN_LIB="$root/build-tsan/libvrn.so" "$root/build-tsan/tests/test_procedures" \
+  --gtest_filter='SymbolicConcurrency.*:FormulaProcedures.Threads*:FormulaProcedures.Normalize*'
 
 # The Windows tree: one wine server stays up for the suite, or every run lingers.
 bash "$root/scripts/build.sh" build-win -DCMAKE_TOOLCHAIN_FILE="$root/cmake/mingw-w64.cmake"
