@@ -55,10 +55,15 @@ function(vrn_windows_targets)
     target_link_libraries(vrn_utilities PUBLIC ${system_libraries})
   endif()
 
-  # vrn.dll's twin for the procedure tests: the same archives, with the C++
-  # internals exported too, so that a test reaches the locks and hooks of the
-  # very library it loads.
   if(VRN_TESTS)
+    # What the server sees of vrn.dll: procedures by name, srv_* from opends60.dll.
+    add_test(NAME vrn_dll_exports_and_imports
+      COMMAND ${CMAKE_COMMAND} -DOBJDUMP=${CMAKE_OBJDUMP} -DDLL=$<TARGET_FILE:vrn> -DDEF=${VRN_SRV_DEF}
+        -DSOURCES=${PROJECT_SOURCE_DIR} -P ${PROJECT_SOURCE_DIR}/cmake/dll_check.cmake)
+
+    # vrn.dll's twin for the procedure tests: the same archives, with the C++
+    # internals exported too, so that a test reaches the locks and hooks of the
+    # very library it loads.
     get_target_property(libraries vrn LINK_LIBRARIES)
     add_library(${VRN_PROCEDURE_TEST_LIBRARY} SHARED ${PROJECT_SOURCE_DIR}/cmake/empty.cpp)
     target_link_libraries(${VRN_PROCEDURE_TEST_LIBRARY} PRIVATE ${libraries} INTERFACE ${system_libraries})
