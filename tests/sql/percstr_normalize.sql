@@ -8,12 +8,6 @@ EXEC @rc = vrn_PercStrNormalize '10,5+5', @o OUTPUT
 SELECT @rc, @o
 EXEC @rc = vrn_PercStrNormalize '1234+5', @o OUTPUT
 SELECT @rc, @o
-EXEC @rc = vrn_PercStrNormalize '.5', @o OUTPUT
-SELECT @rc, @o
-EXEC @rc = vrn_PercStrNormalize '-0+5', @o OUTPUT
-SELECT @rc, @o
-EXEC @rc = vrn_PercStrNormalize 'abc', @o OUTPUT
-SELECT @rc, @o
 
 -- A byte of 0x80 or above is a defect like any other.
 EXEC @rc = vrn_PercStrNormalize CAST(0x3130E8 AS varchar(3)), @o OUTPUT
@@ -30,8 +24,6 @@ SELECT @rc, @o
 -- 21 characters are taken; 22 are refused with a message.
 EXEC @rc = vrn_PercStrNormalize '111+222+333+444+555+6', @o OUTPUT
 SELECT @rc, @o
-EXEC @rc = vrn_PercStrNormalize '1234 5678 9012 3456 7', @o OUTPUT
-SELECT @rc, @o
 SET @o = 'x'
 EXEC @rc = vrn_PercStrNormalize '111+222+333+444+555+66', @o OUTPUT
 SELECT @rc, @o
@@ -46,10 +38,8 @@ SELECT @rc, @short
 
 -- char values arrive padded with blanks, which the normaliser skips, as long
 -- as the padded length stays within 21.
-DECLARE @c10 char(10) = '10,5+5', @c21 char(21) = '7', @c22 char(22) = '7'
+DECLARE @c21 char(21) = '7', @c22 char(22) = '7'
 DECLARE @co char(30)
-EXEC @rc = vrn_PercStrNormalize @c10, @o OUTPUT
-SELECT @rc, @o
 EXEC @rc = vrn_PercStrNormalize @c21, @o OUTPUT
 SELECT @rc, @o
 EXEC @rc = vrn_PercStrNormalize @c22, @o OUTPUT
@@ -63,11 +53,7 @@ DECLARE @in varchar(30) = '10', @n int
 SET @o = 'untouched'
 EXEC @rc = vrn_PercStrNormalize
 SELECT @rc, @o
-EXEC @rc = vrn_PercStrNormalize '10'
-SELECT @rc, @o
 EXEC @rc = vrn_PercStrNormalize '10', @o OUTPUT, 1
-SELECT @rc, @o
-EXEC @rc = vrn_PercStrNormalize 10, @o OUTPUT
 SELECT @rc, @o
 EXEC @rc = vrn_PercStrNormalize N'10', @o OUTPUT
 SELECT @rc, @o

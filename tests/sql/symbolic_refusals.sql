@@ -4,9 +4,7 @@ DECLARE @rc int, @r varchar(30), @short varchar(5), @pos int, @len int, @spos sm
 -- GetMutex: a wrong call is a message and 0, never the default wait; no completion.
 SET @step = 'GetMutex refusals'
 PRINT @step
-EXEC @rc = vrn_PercStrSymb_GetMutex NULL
 EXEC @rc = vrn_PercStrSymb_GetMutex '500'
-EXEC @rc = vrn_PercStrSymb_GetMutex 1.5
 EXEC @rc = vrn_PercStrSymb_GetMutex @noMode
 EXEC @rc = vrn_PercStrSymb_GetMutex @i OUTPUT
 EXEC @rc = vrn_PercStrSymb_GetMutex 10, 20
@@ -27,8 +25,6 @@ EXEC @rc = vrn_PercStrSymb_Init 0
 EXEC @rc = vrn_PercStrSymb_SetVar 'Cliente', '7'
 EXEC @rc = vrn_PercStrSymb_Init
 EXEC @rc = vrn_PercStrSymb_Init 1, 2
-EXEC @rc = vrn_PercStrSymb_Init '1'
-EXEC @rc = vrn_PercStrSymb_Init 1.0
 EXEC @rc = vrn_PercStrSymb_Init @i OUTPUT
 EXEC @rc = vrn_PercStrSymb_Init NULL
 EXEC @rc = vrn_PercStrSymb_Init @noMode
@@ -42,10 +38,8 @@ EXEC @rc = vrn_PercStrSymb_Init CAST(2 AS tinyint)
 SET @step = 'SetVar refusals'
 PRINT @step
 EXEC @rc = vrn_PercStrSymb_SetVar 'Cliente'
-EXEC @rc = vrn_PercStrSymb_SetVar 'Cliente', '1', '2'
 EXEC @rc = vrn_PercStrSymb_SetVar 'Cliente', 5
 EXEC @rc = vrn_PercStrSymb_SetVar N'Cliente', '5'
-EXEC @rc = vrn_PercStrSymb_SetVar CAST('Cliente' AS text), '5'
 EXEC @rc = vrn_PercStrSymb_SetVar 'Cliente', @t OUTPUT
 EXEC @rc = vrn_PercStrSymb_SetVar NULL, '5'
 EXEC @rc = vrn_PercStrSymb_SetVar @noText, '5'
@@ -69,10 +63,8 @@ SET @step = 'Eval refusals'
 PRINT @step
 SET @r = 'untouched'
 EXEC @rc = vrn_PercStrSymb_Eval 'Cliente'
-EXEC @rc = vrn_PercStrSymb_Eval 'Cliente', @r
 EXEC @rc = vrn_PercStrSymb_Eval 'Cliente', @r OUTPUT, 1
 EXEC @rc = vrn_PercStrSymb_Eval @t OUTPUT, @r OUTPUT
-EXEC @rc = vrn_PercStrSymb_Eval 5, @r OUTPUT
 EXEC @rc = vrn_PercStrSymb_Eval 'Cliente', @i OUTPUT
 EXEC @rc = vrn_PercStrSymb_Eval N'Cliente', @r OUTPUT
 -- Texts up to 1001 characters are reduced.
@@ -91,8 +83,6 @@ EXEC @rc = vrn_PercStrSymb_Eval 'MIN(100+200,)', @short OUTPUT
 SET @step = 'ErrorInfo refusals'
 PRINT @step
 EXEC @rc = vrn_PercStrSymb_ErrorInfo @pos OUTPUT
-EXEC @rc = vrn_PercStrSymb_ErrorInfo @pos OUTPUT, @len
 EXEC @rc = vrn_PercStrSymb_ErrorInfo @pos, @len OUTPUT
 EXEC @rc = vrn_PercStrSymb_ErrorInfo @pos OUTPUT, @r OUTPUT
-EXEC @rc = vrn_PercStrSymb_ErrorInfo @pos OUTPUT, @len OUTPUT, @i OUTPUT
 EXEC @rc = vrn_PercStrSymb_ErrorInfo @spos OUTPUT, @len OUTPUT

@@ -7,22 +7,16 @@ DECLARE @v varchar(20) = 'x', @long varchar(100) = 'x'
 PRINT 'a name outside the table, in any case: the empty text and status 0'
 EXEC vrn_GetSrvInfo 'NoSuchProperty', @v OUTPUT
 SET @v = 'x'
-EXEC vrn_GetSrvInfo 'NOSUCHPROPERTY', @v OUTPUT
-SET @v = 'x'
 EXEC vrn_GetSrvInfo 'Flags ', @long OUTPUT
 SET @v = 'x'
 EXEC vrn_GetSrvInfo '', @v OUTPUT
 
 PRINT 'wrong calls: the message, the output untouched'
 SET @v = 'x'
-DECLARE @v19 varchar(19) = 'x', @c19 char(19) = 'x', @none varchar(10), @name varchar(10) = 'Flags'
+DECLARE @v19 varchar(19) = 'x', @none varchar(10)
 DECLARE @n nvarchar(40) = N'x'
 EXEC vrn_GetSrvInfo 'ServerType', @v19 OUTPUT
-EXEC vrn_GetSrvInfo 'ServerType', @c19 OUTPUT
 EXEC vrn_GetSrvInfo @none, @v OUTPUT
-EXEC vrn_GetSrvInfo @name OUTPUT, @v OUTPUT
 EXEC vrn_GetSrvInfo 12, @v OUTPUT
 EXEC vrn_GetSrvInfo 'Flags', @v
 EXEC vrn_GetSrvInfo 'Flags', @n OUTPUT
-EXEC vrn_GetSrvInfo 'Flags'
-EXEC vrn_GetSrvInfo 'Flags', @v OUTPUT, @v OUTPUT
