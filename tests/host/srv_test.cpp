@@ -257,31 +257,5 @@ TEST(SrvRobustness, NullHandleAndFailingParamInfo) {
     EXPECT_EQ(seen.type, 0);
 }
 
-TEST(HostBuilders, ParametersAsTheServerSendsThem) {
-    struct Case {
-        Param param;
-        uint8_t type;
-        uint32_t maxLength;
-        Bytes value;
-    };
-    const Case cases[] = {
-        {VarChar(""), 167, 1, {}},
-        {VarChar("ab", 30), 167, 30, {'a', 'b'}},
-        {Char("ab", 4), 175, 4, {'a', 'b', ' ', ' '}},
-        {NVarChar(u"\u00E8"), 231, 2, {0xE8, 0x00}},
-        {NChar(u"a", 2), 239, 4, {'a', 0, ' ', 0}},
-        {Text("abc"), 35, 3, {'a', 'b', 'c'}},
-        {VarBinary({}), 165, 1, {}},
-        {Int(1), 38, 4, {1, 0, 0, 0}},
-        {Real(1.5f), 109, 4, {0, 0, 0xC0, 0x3F}},
-        {Float(1.0), 109, 8, {0, 0, 0, 0, 0, 0, 0xF0, 0x3F}},
-    };
-    for (const Case& c : cases) {
-        EXPECT_EQ(c.param.type, c.type);
-        EXPECT_EQ(c.param.maxLength, c.maxLength) << int{c.type};
-        EXPECT_EQ(c.param.value, c.value) << int{c.type};
-    }
-}
-
 }  // namespace
 }  // namespace vrn::host
