@@ -113,7 +113,10 @@ public:
     static_assert(std::is_trivially_copyable_v<Value> && std::is_trivially_copyable_v<Location>,
                   "stack entries are moved as bytes when the stacks grow");
 
-    explicit Parser(const GrammarType& grammar) : grammar_(grammar), tables_(lalr::BuildParseTables(GrammarTextOf(grammar))) {}
+    explicit Parser(const GrammarType& grammar)
+        : grammar_(grammar), tables_(lalr::BuildParseTables(GrammarTextOf(grammar))) {
+        BuildDriverTables();
+    }
 
     // kParseAccepted, kParseSyntaxError (also for an aborting action) or kParseExhausted.
     [[nodiscard]] int32_t Parse(Context* context) const;
@@ -127,10 +130,43 @@ private:
         return text;
     }
 
+    // What a reduction needs of its production, in one place.
+    struct RuleStep {
+        void (*action)(typename GrammarType::Reduce& r);
+        uint16_t lhs;
+        uint8_t length;
+    };
+
+    // The driver's own forms of the tables: the action table with each
+    // state's default written into its empty entries, and per state the
+    // reduction it takes without reading a token (0: it reads one).
+    void BuildDriverTables() {
+        const size_t terminals = static_cast<size_t>(tables_.terminalCount);
+        resolvedAction_.resize(static_cast<size_t>(tables_.stateCount) * terminals);
+        immediateAction_.assign(static_cast<size_t>(tables_.stateCount), 0);
+        for (int state = 0; state < tables_.stateCount; ++state) {
+            for (int terminal = 0; terminal < tables_.terminalCount; ++terminal) {
+                resolvedAction_[static_cast<size_t>(state) * terminals + static_cast<size_t>(terminal)] =
+                    tables_.Action(state, terminal);
+            }
+            const size_t at = static_cast<size_t>(state);
+            if (!tables_.needsLookahead[at] && tables_.defaultRule[at] != 0) {
+                immediateAction_[at] = static_cast<int16_t>(-tables_.defaultRule[at]);
+            }
+        }
+        ruleSteps_.resize(tables_.ruleLhs.size());
+        for (size_t rule = 1; rule < ruleSteps_.size() && rule <= grammar_.rules.size(); ++rule) {
+            ruleSteps_[rule] = RuleStep{grammar_.rules[rule - 1].action, tables_.ruleLhs[rule], tables_.ruleLength[rule]};
+        }
+    }
+
     class Stacks;
 
     const GrammarType& grammar_;
     lalr::ParseTables tables_;
+    std::vector<int16_t> resolvedAction_;
+    std::vector<int16_t> immediateAction_;
+    std::vector<RuleStep> ruleSteps_;  // per production, 0 unused
 };
 
 // The three stacks: first in the frame, then in one block of the heap.
@@ -193,15 +229,12 @@ int32_t Parser<Value, Location, Context>::Parse(Context* context) const {
 
     // The tables as plain arrays: the token requests and actions are calls
     // the compiler can't see through, and the vectors would be read anew after each.
-    const int16_t* const actions = tables_.action.data();
+    const int16_t* const actions = resolvedAction_.data();
+    const int16_t* const immediate = immediateAction_.data();
     const int16_t* const gotos = tables_.gotoState.data();
-    const uint16_t* const defaultRule = tables_.defaultRule.data();
-    const uint8_t* const needsLookahead = tables_.needsLookahead.data();
-    const uint16_t* const ruleLhs = tables_.ruleLhs.data();
-    const uint8_t* const ruleLength = tables_.ruleLength.data();
+    const RuleStep* const steps = ruleSteps_.data();
     const size_t terminalCount = static_cast<size_t>(tables_.terminalCount);
     const size_t nonterminalCount = static_cast<size_t>(tables_.nonterminalCount);
-    const typename GrammarType::Rule* const rules = grammar_.rules.data();
     const auto nextToken = grammar_.nextToken;
 
     Lookahead<Value, Location> local;
@@ -223,15 +256,12 @@ int32_t Parser<Value, Location, Context>::Parse(Context* context) const {
     locations[0] = lookahead.location;
 
     for (;;) {
-        int action;
-        if (!needsLookahead[state]) {
-            action = -defaultRule[state];
-        } else {
+        int action = immediate[state];
+        if (action == 0) {
             if (lookahead.terminal == kNoLookahead) {
                 lookahead.terminal = tables_.Terminal(nextToken(&lookahead.value, &lookahead.location, context));
             }
             action = actions[static_cast<size_t>(state) * terminalCount + static_cast<size_t>(lookahead.terminal)];
-            if (action == lalr::kDefaultAction) action = defaultRule[state] != 0 ? -defaultRule[state] : lalr::kErrorAction;
         }
 
         if (action > 0) {
@@ -246,21 +276,21 @@ int32_t Parser<Value, Location, Context>::Parse(Context* context) const {
             grammar_.recordError(context, lookahead.location);
             return kParseSyntaxError;
         } else {
-            const size_t rule = static_cast<size_t>(-action);
-            const int length = ruleLength[rule];
+            const RuleStep& step = steps[-action];
+            const int length = step.length;
             const int first = top - length + 1;
             Value value = length > 0 ? values[first] : Value{};
             Location location = length > 0 ? SpanLocation(locations[first], locations[top])
                                            : EmptyLocationAfter(locations[top]);
             bool aborted = false;
-            if (const auto run = rules[rule - 1].action) {
+            if (const auto run = step.action) {
                 typename GrammarType::Reduce reduce(context, values + first, locations + first, value, location);
                 run(reduce);
                 aborted = reduce.Aborted();
             }
             top -= length;
             if (aborted) return kParseSyntaxError;
-            state = gotos[static_cast<size_t>(states[top]) * nonterminalCount + ruleLhs[rule]];
+            state = gotos[static_cast<size_t>(states[top]) * nonterminalCount + step.lhs];
             ++top;
             states[top] = static_cast<int16_t>(state);
             values[top] = value;
