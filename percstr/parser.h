@@ -59,6 +59,9 @@ struct ParserMemory {
 };
 
 template <class Value, class Location, class Context>
+class Parser;
+
+template <class Value, class Location, class Context>
 class Reduction {
 public:
     Reduction(Context* context, Value* rhs, Location* rhsLocations, Value& value, Location& location)
@@ -74,6 +77,16 @@ public:
     Location& location;
 
 private:
+    friend class Parser<Value, Location, Context>;
+
+    // The driver keeps one record for the whole parse and points it at each
+    // right side in turn.
+    void Begin(Value* rhs, Location* rhsLocations) {
+        rhs_ = rhs;
+        rhsLocations_ = rhsLocations;
+        aborted_ = false;
+    }
+
     Value* rhs_;
     Location* rhsLocations_;
     bool aborted_ = false;
@@ -255,6 +268,11 @@ int32_t Parser<Value, Location, Context>::Parse(Context* context) const {
     values[0] = Value{};
     locations[0] = lookahead.location;
 
+    // The left side of the reduction under way.
+    Value value{};
+    Location location = lookahead.location;
+    typename GrammarType::Reduce reduce(context, values, locations, value, location);
+
     for (;;) {
         int action = immediate[state];
         if (action == 0) {
@@ -279,17 +297,14 @@ int32_t Parser<Value, Location, Context>::Parse(Context* context) const {
             const RuleStep& step = steps[-action];
             const int length = step.length;
             const int first = top - length + 1;
-            Value value = length > 0 ? values[first] : Value{};
-            Location location = length > 0 ? SpanLocation(locations[first], locations[top])
-                                           : EmptyLocationAfter(locations[top]);
-            bool aborted = false;
+            value = length > 0 ? values[first] : Value{};
+            location = length > 0 ? SpanLocation(locations[first], locations[top]) : EmptyLocationAfter(locations[top]);
             if (const auto run = step.action) {
-                typename GrammarType::Reduce reduce(context, values + first, locations + first, value, location);
+                reduce.Begin(values + first, locations + first);
                 run(reduce);
-                aborted = reduce.Aborted();
+                if (reduce.Aborted()) return kParseSyntaxError;
             }
             top -= length;
-            if (aborted) return kParseSyntaxError;
             state = gotos[static_cast<size_t>(states[top]) * nonterminalCount + step.lhs];
             ++top;
             states[top] = static_cast<int16_t>(state);
