@@ -27,14 +27,20 @@ HeapPtr<char> ReadFormulaBlock(SRV_PROC* srvproc, int n, const ParamInfo& info, 
 
 HeapPtr<char> AllocateCleared(uint32_t size) { return HeapPtr<char>(static_cast<char*>(platform::HeapAllocCleared(size))); }
 
+// The error's number, position (1-based for the user) and length, in the
+// procedure's own words; the error number is the return code.
+int32_t SendFormulaError(SRV_PROC* srvproc, const char* format, PFormulaCode code) {
+    uint32_t position = 0, length = 0;
+    const int32_t number = PFormulaErrorInfo(code, &position, &length, nullptr);
+    SendMessage(srvproc, format, number, static_cast<int>(position + 1), static_cast<int>(length));
+    return number;
+}
+
 // ---- vrn_PFormula_Eval ------------------------------------------------------
 
 int32_t SendEvalError(SRV_PROC* srvproc, PFormulaCode code) {
-    uint32_t position = 0, length = 0;
-    const int32_t number = PFormulaErrorInfo(code, &position, &length, nullptr);
-    SendMessage(srvproc, "vrn_PFormula_Eval\nErrore %d (pos %d, len %d) in valutazione della formula.", number,
-                static_cast<int>(position + 1), static_cast<int>(length));
-    return number;
+    return SendFormulaError(srvproc, "vrn_PFormula_Eval\nErrore %d (pos %d, len %d) in valutazione della formula.",
+                            code);
 }
 
 int32_t PFormulaEvalCall(SRV_PROC* srvproc) {
@@ -61,11 +67,7 @@ int32_t PFormulaEvalCall(SRV_PROC* srvproc) {
 // ---- vrn_PFormula_Normalize -------------------------------------------------
 
 int32_t SendNormalizeError(SRV_PROC* srvproc, PFormulaCode code) {
-    uint32_t position = 0, length = 0;
-    const int32_t number = PFormulaErrorInfo(code, &position, &length, nullptr);
-    SendMessage(srvproc, "vrn_PFormula_Normalize\nErrore %d (pos %d, len %d) nella formula.", number,
-                static_cast<int>(position + 1), static_cast<int>(length));
-    return number;
+    return SendFormulaError(srvproc, "vrn_PFormula_Normalize\nErrore %d (pos %d, len %d) nella formula.", code);
 }
 
 int32_t PFormulaNormalizeCall(SRV_PROC* srvproc) {
