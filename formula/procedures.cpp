@@ -45,7 +45,7 @@ int32_t SendEvalError(SRV_PROC* srvproc, PFormulaCode code) {
 
 int32_t PFormulaEvalCall(SRV_PROC* srvproc) {
     ParamInfo params[2]{};
-    if (!JudgeCall(srvproc, {{IsCharType, false}, {IsFloatType, true, 8}}, params)) {
+    if (!JudgeCall(srvproc, {{IsCharType}, {IsFloatType, kOut, 8}}, params)) {
         SendMessage(srvproc, "vrn_PFormula_Eval\nErrore nei parametri: devono essere Char / Float OUTPUT.");
         return kInvalidArg;
     }
@@ -72,7 +72,7 @@ int32_t SendNormalizeError(SRV_PROC* srvproc, PFormulaCode code) {
 
 int32_t PFormulaNormalizeCall(SRV_PROC* srvproc) {
     ParamInfo params[2]{};
-    if (!JudgeCall(srvproc, {{IsCharType, false}, {IsCharType, true}}, params)) {
+    if (!JudgeCall(srvproc, {{IsCharType}, {IsCharType, kOut}}, params)) {
         SendMessage(srvproc, "vrn_PFormula_Normalize\nErrore nei parametri: devono essere Char / Char Output.");
         return kInvalidArg;
     }

@@ -77,8 +77,10 @@ constexpr uint32_t kProcessAttach = 1;
 platform::LockHandle* const kProcessLocks[] = {&PercStrSymbMutex, &PercStrMutex, &PFormulaMutex};
 
 bool Satisfies(const ParamInfo& info, const ParamRule& rule) {
-    return rule.typeTest != nullptr && rule.typeTest(info.type) != 0 && (info.isOutput != 0) == rule.output &&
-           (rule.maxLength == 0 || info.maxLength == rule.maxLength);
+    const bool direction = rule.direction == kAnyDirection || (info.isOutput != 0) == (rule.direction == kOut);
+    return rule.typeTest != nullptr && rule.typeTest(info.type) != 0 && direction &&
+           (rule.maxLength == 0 || info.maxLength == rule.maxLength) && info.maxLength >= rule.minCapacity &&
+           info.actualLength >= rule.minLength && !(rule.notNull && info.isNull);
 }
 
 }  // namespace
@@ -104,19 +106,28 @@ int IsDecimalType(uint8_t type) { return HasClass(type, kDecimalClass); }
 int IsFloatType(uint8_t type) { return HasClass(type, kFloatClass); }
 int IsBitType(uint8_t type) { return HasClass(type, kBitClass); }
 
-bool JudgeCall(SRV_PROC* srvproc, std::initializer_list<ParamRule> rules, ParamInfo* infos) {
-    if (infos != nullptr) {
-        for (size_t i = 0; i < rules.size(); ++i) infos[i] = ParamInfo{};
-    }
-    if (srv_rpcparams(srvproc) != static_cast<int>(rules.size())) return false;
-    int n = 1;
+CallVerdict JudgeParams(SRV_PROC* srvproc, std::initializer_list<ParamRule> rules, ParamInfo* infos,
+                        ExtraParams extra) {
+    for (size_t i = 0; i < rules.size(); ++i) infos[i] = ParamInfo{};
+    size_t required = 0;
     for (const ParamRule& rule : rules) {
-        ParamInfo local{};
-        ParamInfo& info = infos != nullptr ? infos[n - 1] : local;
-        if (GetParam(srvproc, n, &info, nullptr) != 1 || !Satisfies(info, rule)) return false;
-        ++n;
+        if (rule.optional) break;
+        ++required;
     }
-    return true;
+    int count = srv_rpcparams(srvproc);
+    if (count > static_cast<int>(rules.size()) && extra == ExtraParams::kIgnored) count = static_cast<int>(rules.size());
+    if (count < static_cast<int>(required) || count > static_cast<int>(rules.size())) return CallVerdict::kUnreadable;
+    for (int n = 1; n <= count; ++n) {
+        if (GetParam(srvproc, n, &infos[n - 1], nullptr) != 1) return CallVerdict::kUnreadable;
+    }
+    for (int n = 1; n <= count; ++n) {
+        if (!Satisfies(infos[n - 1], rules.begin()[n - 1])) return CallVerdict::kRefused;
+    }
+    return CallVerdict::kAccepted;
+}
+
+bool JudgeCall(SRV_PROC* srvproc, std::initializer_list<ParamRule> rules, ParamInfo* infos, ExtraParams extra) {
+    return JudgeParams(srvproc, rules, infos, extra) == CallVerdict::kAccepted;
 }
 
 uint32_t ReadIntegerParam(SRV_PROC* srvproc, int n) {
@@ -138,13 +149,17 @@ void ReadCharParam(SRV_PROC* srvproc, int n, const ParamInfo& info, char* buffer
     buffer[read ? info.actualLength : 0] = '\0';
 }
 
-void SetOutputText(SRV_PROC* srvproc, int n, const char* text, uint32_t length) {
-    (void)srv_paramsetoutput(srvproc, n, reinterpret_cast<BYTE*>(const_cast<char*>(text)), length, 0);
+void SetOutputBytes(SRV_PROC* srvproc, int n, const void* data, uint32_t length) {
+    (void)srv_paramsetoutput(srvproc, n, static_cast<BYTE*>(const_cast<void*>(data)), length, 0);
 }
 
-void SetOutputFloat(SRV_PROC* srvproc, int n, double value) {
-    (void)srv_paramsetoutput(srvproc, n, reinterpret_cast<BYTE*>(&value), sizeof value, 0);
+void SetOutputText(SRV_PROC* srvproc, int n, const char* text, uint32_t length) {
+    SetOutputBytes(srvproc, n, text, length);
 }
+
+void SetOutputFloat(SRV_PROC* srvproc, int n, double value) { SetOutputBytes(srvproc, n, &value, sizeof value); }
+
+void SetOutputInteger(SRV_PROC* srvproc, int n, int32_t value) { SetOutputBytes(srvproc, n, &value, sizeof value); }
 
 int SendMessage(SRV_PROC* srvproc, const char* format, ...) {
     va_list arguments;
@@ -163,6 +178,10 @@ int SendErrorMessage(SRV_PROC* srvproc, const char* format, ...) {
 }
 
 void CompleteCall(SRV_PROC* srvproc) { (void)srv_senddone(srvproc, SRV_DONE_FINAL, 0, 0); }
+
+void CompleteCounted(SRV_PROC* srvproc, int32_t count) {
+    (void)srv_senddone(srvproc, SRV_DONE_COUNT | SRV_DONE_MORE, 0, count);
+}
 
 LockGuard::LockGuard(platform::LockHandle lock, uint32_t milliseconds)
     : lock_(lock), obtained_(platform::WaitLock(lock, milliseconds) != platform::kWaitTimeout) {}

@@ -42,17 +42,37 @@ int IsDecimalType(uint8_t type);
 int IsFloatType(uint8_t type);
 int IsBitType(uint8_t type);
 
-// One parameter as a procedure expects it. maxLength 0: any.
+// One parameter as a procedure expects it. Fields after the first may be left
+// out, or named: {.typeTest = IsCharType, .direction = kOut, .notNull = true}.
+enum ParamDirection : uint8_t { kIn, kOut, kAnyDirection };
+
 struct ParamRule {
     int (*typeTest)(uint8_t type);
-    bool output;
-    uint32_t maxLength = 0;
+    ParamDirection direction = kIn;
+    uint32_t maxLength = 0;    // the declared length it must have; 0: any
+    uint32_t minCapacity = 0;  // the least declared length it may have
+    uint32_t minLength = 0;    // the least actual length of its value
+    bool notNull = false;
+    bool optional = false;     // may be left out, together with every parameter behind it
 };
 
-// Describes the whole call once (no value is read) and judges it: the exact
-// count, every srv_paraminfo result 1, type, direction and required maxLength.
-// infos[i] receives parameter i+1 as far as it could be described.
-[[nodiscard]] bool JudgeCall(SRV_PROC* srvproc, std::initializer_list<ParamRule> rules, ParamInfo* infos);
+// How a call measures up to its rules.
+enum class CallVerdict {
+    kAccepted,
+    kUnreadable,  // a count outside the rules, or a parameter the host can't describe
+    kRefused,     // every parameter described, and one breaks its rule
+};
+
+// Describes every parameter of the call first (no value is read), then judges
+// them all. infos (one per rule) is required; infos[i] receives parameter i+1 as far as it could be described;
+// an optional parameter left out stays all zero.
+// Parameters behind the last rule are refused, or ignored where a procedure says so.
+enum class ExtraParams { kRefused, kIgnored };
+[[nodiscard]] CallVerdict JudgeParams(SRV_PROC* srvproc, std::initializer_list<ParamRule> rules, ParamInfo* infos,
+                                      ExtraParams extra = ExtraParams::kRefused);
+// The verdict as most procedures need it: accepted or not.
+[[nodiscard]] bool JudgeCall(SRV_PROC* srvproc, std::initializer_list<ParamRule> rules, ParamInfo* infos,
+                             ExtraParams extra = ExtraParams::kRefused);
 
 // A 32-bit integer read into a variable set to 0 first: the host fills its low
 // bytes, so smallint -1 reads as 65535 and NULL reads as 0.
@@ -61,9 +81,12 @@ uint32_t ReadIntegerParam(SRV_PROC* srvproc, int n);
 // The buffer holds at least actualLength + 1 bytes.
 void ReadCharParam(SRV_PROC* srvproc, int n, const ParamInfo& info, char* buffer);
 
-// Deliveries to OUTPUT parameters: text without terminator; a float with length 8.
+// Deliveries to OUTPUT parameters: bytes or text without terminator; a float
+// with length 8; an integer with length 4, whatever integer type was declared.
+void SetOutputBytes(SRV_PROC* srvproc, int n, const void* data, uint32_t length);
 void SetOutputText(SRV_PROC* srvproc, int n, const char* text, uint32_t length);
 void SetOutputFloat(SRV_PROC* srvproc, int n, double value);
+void SetOutputInteger(SRV_PROC* srvproc, int n, int32_t value);
 
 // One message: at most 2047 characters and the NUL. A text that doesn't fit goes
 // out empty. Formatting is in the C locale; concurrent senders each send their own text.
@@ -73,6 +96,33 @@ int SendErrorMessage(SRV_PROC* srvproc, const char* format, ...) __attribute__((
 
 // srv_senddone(srvproc, 0, 0, 0): the final done, no count.
 void CompleteCall(SRV_PROC* srvproc);
+// srv_senddone(srvproc, SRV_DONE_COUNT | SRV_DONE_MORE, 0, count): a row set's count.
+void CompleteCounted(SRV_PROC* srvproc, int32_t count);
+
+// Ends the call with the final done when it goes out of scope, whichever way
+// the procedure leaves; its place among the other owners gives the order.
+class ScopedCompletion {
+public:
+    explicit ScopedCompletion(SRV_PROC* srvproc) : srvproc_(srvproc) {}
+    ~ScopedCompletion() { CompleteCall(srvproc_); }
+    ScopedCompletion(const ScopedCompletion&) = delete;
+    ScopedCompletion& operator=(const ScopedCompletion&) = delete;
+
+private:
+    SRV_PROC* srvproc_;
+};
+
+// The export's catch-all: nothing may escape into the host. An exception that
+// gets this far (a failed allocation) has already run the clean-up of the
+// scopes it left; the call answers with failure.
+template <class Body>
+int32_t Shielded(Body body, int32_t failure) noexcept {
+    try {
+        return body();
+    } catch (...) {
+        return failure;
+    }
+}
 
 // The three process-wide locks, created at load in this order and closed at unload.
 extern platform::LockHandle PercStrSymbMutex;

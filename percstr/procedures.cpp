@@ -24,7 +24,7 @@ int32_t AnswerEmptyNormalized(SRV_PROC* srvproc) {
 
 int32_t PercStrNormalizeCall(SRV_PROC* srvproc) {
     ParamInfo params[2]{};
-    if (!JudgeCall(srvproc, {{IsCharType, false}, {IsCharType, true}}, params)) {
+    if (!JudgeCall(srvproc, {{IsCharType}, {IsCharType, kOut}}, params)) {
         SendMessage(srvproc,
                     "vrn_PercStrNormalize\nErrore nei parametri: devono essere Char/VarChar, Char/VarChar OUTPUT.");
         CompleteCall(srvproc);
@@ -78,7 +78,7 @@ bool EvaluateLocked(const char* text, int32_t mode, double* value) {
 
 int32_t PercStrEvalCall(SRV_PROC* srvproc) {
     ParamInfo params[3]{};
-    if (!JudgeCall(srvproc, {{IsCharType, false}, {IsFloatType, true, 8}, {IsIntegerType, false}}, params)) {
+    if (!JudgeCall(srvproc, {{IsCharType}, {IsFloatType, kOut, 8}, {IsIntegerType}}, params)) {
         SendMessage(srvproc, "vrn_PercStrEval\nErrore nei parametri: devono essere Char / Float OUTPUT / Integer.");
         CompleteCall(srvproc);
         return kInvalidArg;

@@ -56,32 +56,20 @@ int32_t ReduceUnderEvaluatorLock(const char* text, char* result, uint32_t* lengt
     return PercStrSymbReduce(text, result, length);
 }
 
-}  // namespace
-}  // namespace vrn
-
-using namespace vrn;
-
-VRN_EXPORT int32_t vrn_PercStrSymb_GetMutex(SRV_PROC* srvproc) {
-    uint32_t wait = kDefaultWaitMs;
-    if (srv_rpcparams(srvproc) > 0) {
-        ParamInfo info{};
-        if (!JudgeCall(srvproc, {{IsIntegerType, false}}, &info) || info.isNull) {
-            SendMessage(srvproc, "%s", kGetMutexParamsMessage);
-            return 0;
-        }
-        // -1 from an int is the endless wait.
-        wait = ReadIntegerParam(srvproc, 1);
+int32_t GetMutexCall(SRV_PROC* srvproc) {
+    ParamInfo info{};
+    if (!JudgeCall(srvproc, {{.typeTest = IsIntegerType, .notNull = true, .optional = true}}, &info)) {
+        SendMessage(srvproc, "%s", kGetMutexParamsMessage);
+        return 0;
     }
+    // -1 from an int is the endless wait.
+    const uint32_t wait = srv_rpcparams(srvproc) > 0 ? ReadIntegerParam(srvproc, 1) : kDefaultWaitMs;
     return platform::WaitLock(PercStrSymbMutex, wait) == platform::kWaitTimeout ? 0 : 1;
 }
 
-VRN_EXPORT int32_t vrn_PercStrSymb_ReleaseMutex(SRV_PROC* /*srvproc*/) {
-    return platform::ReleaseLock(PercStrSymbMutex) ? 1 : 0;
-}
-
-VRN_EXPORT int32_t vrn_PercStrSymb_Init(SRV_PROC* srvproc) {
+int32_t InitCall(SRV_PROC* srvproc) {
     ParamInfo mode{};
-    if (!JudgeCall(srvproc, {{IsIntegerType, false}}, &mode)) {
+    if (!JudgeCall(srvproc, {{IsIntegerType}}, &mode)) {
         SendMessage(srvproc, "%s", kInitParamsMessage);
         return CompleteWith(srvproc, kInvalidArg);
     }
@@ -98,9 +86,9 @@ VRN_EXPORT int32_t vrn_PercStrSymb_Init(SRV_PROC* srvproc) {
     return CompleteWith(srvproc, kDone);
 }
 
-VRN_EXPORT int32_t vrn_PercStrSymb_SetVar(SRV_PROC* srvproc) {
+int32_t SetVarCall(SRV_PROC* srvproc) {
     ParamInfo infos[2]{};
-    if (!JudgeCall(srvproc, {{IsCharType, false}, {IsCharType, false}}, infos)) {
+    if (!JudgeCall(srvproc, {{IsCharType}, {IsCharType}}, infos)) {
         SendMessage(srvproc, "%s", kSetVarParamsMessage);
         return CompleteWith(srvproc, kSetVarError);
     }
@@ -124,9 +112,9 @@ VRN_EXPORT int32_t vrn_PercStrSymb_SetVar(SRV_PROC* srvproc) {
     return CompleteWith(srvproc, PercStrSymbSetVarValue(nameText, valueText));
 }
 
-VRN_EXPORT int32_t vrn_PercStrSymb_Eval(SRV_PROC* srvproc) {
+int32_t EvalCall(SRV_PROC* srvproc) {
     ParamInfo infos[2]{};
-    if (!JudgeCall(srvproc, {{IsCharType, false}, {IsCharType, true}}, infos)) {
+    if (!JudgeCall(srvproc, {{IsCharType}, {IsCharType, kOut}}, infos)) {
         SendMessage(srvproc, "%s", kEvalParamsMessage);
         return CompleteWith(srvproc, kEvalError);
     }
@@ -157,17 +145,39 @@ VRN_EXPORT int32_t vrn_PercStrSymb_Eval(SRV_PROC* srvproc) {
     return CompleteWith(srvproc, code);
 }
 
-VRN_EXPORT int32_t vrn_PercStrSymb_ErrorInfo(SRV_PROC* srvproc) {
+int32_t ErrorInfoCall(SRV_PROC* srvproc) {
     ParamInfo infos[2]{};
-    if (!JudgeCall(srvproc, {{IsIntegerType, true}, {IsIntegerType, true}}, infos)) {
+    if (!JudgeCall(srvproc, {{IsIntegerType, kOut}, {IsIntegerType, kOut}}, infos)) {
         SendMessage(srvproc, "%s", kErrorInfoParamsMessage);
         return CompleteWith(srvproc, kInvalidArg);
     }
     int32_t position = 0;
     int32_t length = 0;
     PercStrSymbGetErrorInfo(&position, &length);
-    // 4 bytes each, whatever integer type the client declared.
-    srv_paramsetoutput(srvproc, 1, reinterpret_cast<BYTE*>(&position), sizeof position, 0);
-    srv_paramsetoutput(srvproc, 2, reinterpret_cast<BYTE*>(&length), sizeof length, 0);
+    SetOutputInteger(srvproc, 1, position);
+    SetOutputInteger(srvproc, 2, length);
     return CompleteWith(srvproc, kDone);
 }
+
+}  // namespace
+}  // namespace vrn
+
+// wait in ms, optional (500; -1 endless). 1 when PercStrSymbMutex is held, 0 when not.
+VRN_EXPORT int32_t vrn_PercStrSymb_GetMutex(SRV_PROC* srvproc) { return vrn::GetMutexCall(srvproc); }
+
+// none. 1 when released, 0 when the caller didn't hold it.
+VRN_EXPORT int32_t vrn_PercStrSymb_ReleaseMutex(SRV_PROC* /*srvproc*/) {
+    return vrn::platform::ReleaseLock(vrn::PercStrSymbMutex) ? 1 : 0;
+}
+
+// mode 0, 1 or 2: clears the variables. 0, or 0x80070057.
+VRN_EXPORT int32_t vrn_PercStrSymb_Init(SRV_PROC* srvproc) { return vrn::InitCall(srvproc); }
+
+// name, value. 0 stored, 1 no such variable, -1 a wrong call.
+VRN_EXPORT int32_t vrn_PercStrSymb_SetVar(SRV_PROC* srvproc) { return vrn::SetVarCall(srvproc); }
+
+// text, plain percentage string OUTPUT. The reduction's code, -1 for a wrong call.
+VRN_EXPORT int32_t vrn_PercStrSymb_Eval(SRV_PROC* srvproc) { return vrn::EvalCall(srvproc); }
+
+// position OUTPUT, length OUTPUT of the last failed reduction. 0, or 0x80070057.
+VRN_EXPORT int32_t vrn_PercStrSymb_ErrorInfo(SRV_PROC* srvproc) { return vrn::ErrorInfoCall(srvproc); }

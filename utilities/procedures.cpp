@@ -27,37 +27,17 @@ constexpr int32_t kFolderParamError = static_cast<int32_t>(0x80030057u);
 constexpr int32_t kInsufficientBuffer = static_cast<int32_t>(0x8007007Au);
 constexpr int32_t kOutOfMemory = static_cast<int32_t>(0x8007000Eu);
 
-// Ends the call with the final done when it goes out of scope, whichever way
-// the procedure leaves; its place among the other owners gives the order.
-class CompletionOnExit {
-public:
-    explicit CompletionOnExit(SRV_PROC* srvproc) : srvproc_(srvproc) {}
-    ~CompletionOnExit() { CompleteCall(srvproc_); }
-    CompletionOnExit(const CompletionOnExit&) = delete;
-    CompletionOnExit& operator=(const CompletionOnExit&) = delete;
-
-private:
-    SRV_PROC* srvproc_;
-};
-
-// Nothing may escape into the host: an exception that gets this far (only a
-// failed allocation can) has already run the clean-up of the scopes it left.
-template <class Body>
-int32_t Shielded(Body body, int32_t failure) noexcept {
-    try {
-        return body();
-    } catch (...) {
-        return failure;
-    }
-}
-
 // A cleared block of the given size; an empty value still gets one byte.
 template <class T>
 HeapPtr<T> AllocateBlock(size_t bytes) {
     return HeapPtr<T>(static_cast<T*>(HeapAllocCleared(bytes > 0 ? bytes : 1)));
 }
 
-bool Described(SRV_PROC* srvproc, int n, ParamInfo* info) { return GetParam(srvproc, n, info, nullptr) == 1; }
+// Type tests of these procedures beyond the frame's classes.
+int IsBitOrIntegerType(uint8_t type) { return IsBitType(type) | IsIntegerType(type); }
+int IsVarBinaryType(uint8_t type) { return type == SRVVARBINARY || type == SRVBIGVARBINARY ? 1 : 0; }
+int IsNullableIntType(uint8_t type) { return type == SRVINTN ? 1 : 0; }
+int IsVarCharOrNVarCharType(uint8_t type) { return type == SRVBIGVARCHAR || type == SRVNVARCHAR ? 1 : 0; }
 
 bool EqualsIgnoringCase(const char* a, const char* b) {
     for (;; ++a, ++b) {
@@ -75,20 +55,6 @@ constexpr const char kStrToFileParamMessage[] =
     "vrn_StrToFile\nParameters error.\n 1^ Parametro Char/Varchar/Text: stringa da scrivere sul file.\n"
     "2^ Parametro Char/Varchar: nome del file.\n3^ Parametro [optional] boolean: true se si vuole append.";
 
-bool IsTextInput(const ParamInfo& info) { return IsCharOrTextType(info.type) && !info.isOutput && !info.isNull; }
-
-// The first fault ends the judging.
-bool JudgeStrToFile(SRV_PROC* srvproc, int count, ParamInfo* text, ParamInfo* name, ParamInfo* flag) {
-    if (count != 2 && count != 3) return false;
-    if (!Described(srvproc, 1, text) || !IsTextInput(*text)) return false;
-    if (!Described(srvproc, 2, name) || !IsTextInput(*name) || name->actualLength == 0) return false;
-    if (count == 3) {
-        if (!Described(srvproc, 3, flag)) return false;
-        if (!(IsBitType(flag->type) || IsIntegerType(flag->type)) || flag->isOutput || flag->isNull) return false;
-    }
-    return true;
-}
-
 HeapPtr<char> ReadTextBlock(SRV_PROC* srvproc, int n, const ParamInfo& info) {
     HeapPtr<char> block = AllocateBlock<char>(static_cast<size_t>(info.actualLength) + 1);
     if (block) ReadCharParam(srvproc, n, info, block.get());
@@ -96,17 +62,21 @@ HeapPtr<char> ReadTextBlock(SRV_PROC* srvproc, int n, const ParamInfo& info) {
 }
 
 int32_t StrToFile(SRV_PROC* srvproc) {
-    CompletionOnExit completion(srvproc);
-    const int count = srv_rpcparams(srvproc);
-    ParamInfo text{}, name{}, flag{};
-    if (!JudgeStrToFile(srvproc, count, &text, &name, &flag)) {
+    ScopedCompletion completion(srvproc);
+    ParamInfo params[3]{};
+    if (!JudgeCall(srvproc,
+                   {{.typeTest = IsCharOrTextType, .notNull = true},
+                    {.typeTest = IsCharOrTextType, .minLength = 1, .notNull = true},
+                    {.typeTest = IsBitOrIntegerType, .notNull = true, .optional = true}},
+                   params)) {
         SendMessage(srvproc, "%s", kStrToFileParamMessage);
         return kStrToFileFailed;
     }
+    const ParamInfo& text = params[0];
     HeapPtr<char> textBlock = ReadTextBlock(srvproc, 1, text);
-    HeapPtr<char> nameBlock = ReadTextBlock(srvproc, 2, name);
+    HeapPtr<char> nameBlock = ReadTextBlock(srvproc, 2, params[1]);
     if (!textBlock || !nameBlock) return kStrToFileFailed;
-    const bool append = count == 3 && ReadIntegerParam(srvproc, 3) != 0;
+    const bool append = srv_rpcparams(srvproc) == 3 && ReadIntegerParam(srvproc, 3) != 0;
 
     uint32_t error = 0;
     fileio::FileOwner file(fileio::OpenExclusive(nameBlock.get(), &error));
@@ -131,8 +101,6 @@ int32_t StrToFile(SRV_PROC* srvproc) {
 
 // ---- vrn_CountBitsOn
 
-bool IsVarBinaryType(uint8_t type) { return type == SRVVARBINARY || type == SRVBIGVARBINARY; }
-
 uint32_t CountSetBits(const uint8_t* bytes, size_t length) {
     uint32_t count = 0;
     size_t i = 0;
@@ -146,22 +114,19 @@ uint32_t CountSetBits(const uint8_t* bytes, size_t length) {
 }
 
 int32_t CountBitsOn(SRV_PROC* srvproc) {
-    ParamInfo value{}, count{};
-    const bool ok = srv_rpcparams(srvproc) == 2 &&
-                    Described(srvproc, 1, &value) && !value.isOutput && IsVarBinaryType(value.type) && !value.isNull &&
-                    Described(srvproc, 2, &count) && count.isOutput && count.type == SRVINTN;
-    if (!ok) {
+    ParamInfo params[2]{};
+    if (!JudgeCall(srvproc, {{.typeTest = IsVarBinaryType, .notNull = true}, {IsNullableIntType, kOut}}, params)) {
         // This procedure completes the call before it sends its message.
         CompleteCall(srvproc);
         SendMessage(srvproc, "vrn_CountBitsOn\nParameters error.\n 1^ Parametro Varbinary\n2^ Parametro Integer Output.");
         return kInvalidArg;
     }
-    CompletionOnExit completion(srvproc);  // after the block's release
+    const ParamInfo& value = params[0];
+    ScopedCompletion completion(srvproc);  // after the block's release
     HeapPtr<uint8_t> block = AllocateBlock<uint8_t>(value.actualLength);
     if (!block) return kOutOfMemory;
     if (value.actualLength > 0) (void)GetParam(srvproc, 1, nullptr, block.get());
-    int32_t bits = static_cast<int32_t>(CountSetBits(block.get(), value.actualLength));
-    (void)srv_paramsetoutput(srvproc, 2, reinterpret_cast<BYTE*>(&bits), sizeof bits, 0);
+    SetOutputInteger(srvproc, 2, static_cast<int32_t>(CountSetBits(block.get(), value.actualLength)));
     return kDone;
 }
 
@@ -169,7 +134,7 @@ int32_t CountBitsOn(SRV_PROC* srvproc) {
 
 int32_t Debugout(SRV_PROC* srvproc) {
     ParamInfo text{};
-    if (srv_rpcparams(srvproc) < 1 || !Described(srvproc, 1, &text) || !IsCharType(text.type) || text.isOutput) {
+    if (!JudgeCall(srvproc, {{IsCharType}}, &text, ExtraParams::kIgnored)) {
         SendMessage(srvproc, "vrn_DebugOut\nErrore nel 1^ parametro: deve essere Char/Varchar.");
         return kInvalidArg;
     }
@@ -186,11 +151,11 @@ int32_t Debugout(SRV_PROC* srvproc) {
 // ---- vrn_GetFolderPath
 
 int32_t GetFolderPath(SRV_PROC* srvproc) {
-    ParamInfo folder{}, path{};
-    const bool ok = srv_rpcparams(srvproc) == 2 && Described(srvproc, 1, &folder) && Described(srvproc, 2, &path) &&
-                    folder.type == SRVINTN && !folder.isNull &&
-                    (path.type == SRVBIGVARCHAR || path.type == SRVNVARCHAR) && path.isOutput;
-    if (!ok) {
+    ParamInfo params[2]{};
+    if (!JudgeCall(srvproc,
+                   {{.typeTest = IsNullableIntType, .direction = kAnyDirection, .notNull = true},
+                    {IsVarCharOrNVarCharType, kOut}},
+                   params)) {
         // No completion on this path.
         SendMessage(srvproc,
                     "vrn_SHGetFolderPath: Parameters error.\nParameters: \n\t@CSIDL\t\t\tInteger Not Null\n"
@@ -199,7 +164,8 @@ int32_t GetFolderPath(SRV_PROC* srvproc) {
     }
     const auto csidl = static_cast<int32_t>(ReadIntegerParam(srvproc, 1));
 
-    CompletionOnExit completion(srvproc);
+    ScopedCompletion completion(srvproc);
+    const ParamInfo& path = params[1];
     const bool wide = path.type == SRVNVARCHAR;
     HeapPtr<uint8_t> block = AllocateBlock<uint8_t>(kFolderPathUnits * (wide ? sizeof(char16_t) : sizeof(char)));
     if (!block) return kOutOfMemory;
@@ -216,7 +182,7 @@ int32_t GetFolderPath(SRV_PROC* srvproc) {
     }
     if (result < 0) return result;
     if (path.maxLength < length) return kInsufficientBuffer;
-    (void)srv_paramsetoutput(srvproc, 2, block.get(), static_cast<ULONG>(length), 0);
+    SetOutputBytes(srvproc, 2, block.get(), static_cast<uint32_t>(length));
     return result;
 }
 
@@ -266,26 +232,26 @@ void FormatProperty(const ServerProperty& property, const DomainControllerInfo& 
 }
 
 int32_t GetSrvInfo(SRV_PROC* srvproc) {
-    ParamInfo name{}, value{};
-    const bool ok = srv_rpcparams(srvproc) == 2 &&
-                    Described(srvproc, 1, &name) && IsTextInput(name) &&
-                    Described(srvproc, 2, &value) && IsCharOrTextType(value.type) && value.isOutput &&
-                    value.maxLength >= 20;
-    if (!ok) {
+    ParamInfo params[2]{};
+    if (!JudgeCall(srvproc,
+                   {{.typeTest = IsCharOrTextType, .notNull = true},
+                    {.typeTest = IsCharOrTextType, .direction = kOut, .minCapacity = 20}},
+                   params)) {
         SendMessage(srvproc,
                     "vrn_GetSrvInfo\nParameters error.\n 1^ Parametro Char/Varchar/Text: nome della property.\n"
                     "2^ Parametro Char/Varchar Output (min 20 caratteri): valore della property.");
         CompleteCall(srvproc);
         return kInvalidArg;
     }
-    HeapPtr<char> nameBlock = ReadTextBlock(srvproc, 1, name);
+    const ParamInfo& value = params[1];
+    HeapPtr<char> nameBlock = ReadTextBlock(srvproc, 1, params[0]);
     const size_t size = static_cast<size_t>(value.maxLength < kLongestServerValue ? value.maxLength
                                                                                     : kLongestServerValue) + 1;
     HeapPtr<char> valueBlock = AllocateBlock<char>(size);
     std::optional<DomainControllerAnswer> answer;
     // Declared last, so the call is completed before the system's answer and
     // then the blocks are given back.
-    CompletionOnExit completion(srvproc);
+    ScopedCompletion completion(srvproc);
     if (!nameBlock || !valueBlock) return kOutOfMemory;
 
     ServerInfoSource& source = CurrentServerInfo();

@@ -78,33 +78,43 @@ TEST(ReadIntegerParam, TakesTheLowBytesAndZeroForNull) {
     }
 }
 
-TEST(JudgeCall, AcceptsOnlyTheWholeCall) {
-    const std::initializer_list<ParamRule> rules = {{IsCharType, false}, {IsFloatType, true, 8}, {IsIntegerType, false}};
+TEST(JudgeParams, VerdictOfTheWholeCall) {
+    using V = CallVerdict;
+    const std::initializer_list<ParamRule> rules = {
+        {IsCharType, kIn, 0, 0, 1, true},                                   // not NULL, not empty
+        {.typeTest = IsFloatType, .direction = kOut, .maxLength = 8},
+        {.typeTest = IsIntegerType, .direction = kAnyDirection, .minCapacity = 4, .optional = true},
+    };
     struct Case {
         std::vector<h::Param> params;
         bool failParamInfo;
-        bool expected;
+        V expected;
         const char* what;
     };
     const Case cases[] = {
-        {{h::VarChar("10+5"), h::Output(h::Float(0)), h::Int(1)}, false, true, "right"},
-        {{h::VarChar("10+5"), h::Output(h::Float(0))}, false, false, "two of three"},
-        {{h::VarChar("a"), h::Output(h::Float(0)), h::Int(1), h::Int(1)}, false, false, "four of three"},
-        {{h::VarChar("10+5"), h::Output(h::Real(0)), h::Int(1)}, false, false, "real OUTPUT"},
-        {{h::VarChar("10+5"), h::Float(0), h::Int(1)}, false, false, "float not OUTPUT"},
-        {{h::Output(h::VarChar("x")), h::Output(h::Float(0)), h::Int(1)}, false, false, "text OUTPUT"},
-        {{h::Int(3), h::Output(h::Float(0)), h::Int(1)}, false, false, "int for text"},
-        {{h::VarChar("10+5"), h::Output(h::Float(0)), h::Bit(true)}, false, false, "bit for int"},
-        {{h::VarChar("10+5"), h::Output(h::Float(0)), h::Int(1)}, true, false, "paraminfo fails"},
+        {{h::VarChar("10+5"), h::Output(h::Float(0)), h::Int(1)}, false, V::kAccepted, "right"},
+        {{h::VarChar("10+5"), h::Output(h::Float(0))}, false, V::kAccepted, "optional left out"},
+        {{h::VarChar("10+5"), h::Output(h::Float(0)), h::Output(h::Int(1))}, false, V::kAccepted, "any direction"},
+        {{h::VarChar("10+5")}, false, V::kUnreadable, "one of two at least"},
+        {{h::VarChar("a"), h::Output(h::Float(0)), h::Int(1), h::Int(1)}, false, V::kUnreadable, "four of three"},
+        {{h::VarChar("10+5"), h::Output(h::Float(0)), h::Int(1)}, true, V::kUnreadable, "paraminfo fails"},
+        {{h::VarChar("10+5"), h::Output(h::Real(0)), h::Int(1)}, false, V::kRefused, "real OUTPUT"},
+        {{h::VarChar("10+5"), h::Float(0), h::Int(1)}, false, V::kRefused, "float not OUTPUT"},
+        {{h::Output(h::VarChar("x")), h::Output(h::Float(0))}, false, V::kRefused, "text OUTPUT"},
+        {{h::Null(SRVBIGVARCHAR, 5), h::Output(h::Float(0))}, false, V::kRefused, "text NULL"},
+        {{h::VarChar("", 5), h::Output(h::Float(0))}, false, V::kRefused, "text empty"},
+        {{h::VarChar("10+5"), h::Output(h::Float(0)), h::SmallInt(1)}, false, V::kRefused, "smallint too narrow"},
+        {{h::VarChar("10+5"), h::Output(h::Float(0)), h::Bit(true)}, false, V::kRefused, "bit for int"},
     };
     for (const Case& c : cases) {
-        bool judged = !c.expected;
+        V verdict = V::kAccepted;
         ParamInfo infos[3];
         h::CallOptions options;
         options.failParamInfo = c.failParamInfo;
-        Invoke([&](SRV_PROC* p) { return (judged = JudgeCall(p, rules, infos)) ? 0 : 1; }, c.params, options);
-        EXPECT_EQ(judged, c.expected) << c.what;
-        if (c.expected) {
+        Invoke([&](SRV_PROC* p) { return static_cast<int32_t>(verdict = JudgeParams(p, rules, infos)); }, c.params,
+               options);
+        EXPECT_EQ(verdict, c.expected) << c.what;
+        if (c.expected == V::kAccepted) {
             EXPECT_EQ(infos[1].maxLength, 8u);
         }
     }
