@@ -2,7 +2,7 @@
 # Installs what the build needs on a Debian machine, only where it is missing.
 set -euo pipefail
 need=()
-for pkg in cmake g++ make libgtest-dev libgmock-dev libbenchmark-dev diffutils; do
+for pkg in cmake g++ make libgtest-dev libgmock-dev libbenchmark-dev valgrind diffutils; do
   dpkg-query -W -f='${Status}' "$pkg" 2>/dev/null | grep -q 'install ok installed' || need+=("$pkg")
 done
 if ((${#need[@]})); then
