@@ -94,7 +94,7 @@ private:
 // The token that the parser holds between reading and shifting it.
 template <class Value, class Location>
 struct Lookahead {
-    int32_t terminal;
+    int32_t column;  // its terminal's column in the driver's rows; 0 while none is held
     Value value;
     Location location;
 };
@@ -179,22 +179,42 @@ private:
         return text;
     }
 
-    // The driver's own forms of the tables: the action table with each
-    // state's default written into its empty entries, and per state the
-    // reduction it takes without reading a token (0: it reads one).
+    // A row's entry for "no token held" in a state that needs one.
+    static constexpr int16_t kReadToken = INT16_MIN + 1;
+
+    // The driver's own form of the tables: one row per state, known by its
+    // offset in rows_. Column 0 is the action while no token is held: the
+    // reduction a state takes without reading one, or kReadToken. Then come
+    // the actions per terminal, the default written into the empty entries,
+    // and the gotos per nonterminal.
     void BuildDriverTables() {
-        const size_t terminals = static_cast<size_t>(tables_.terminalCount);
-        resolvedAction_.resize(static_cast<size_t>(tables_.stateCount) * terminals);
-        immediateAction_.assign(static_cast<size_t>(tables_.stateCount), 0);
+        const int terminals = tables_.terminalCount;
+        const int width = 1 + terminals + tables_.nonterminalCount;
+        if (static_cast<int64_t>(tables_.stateCount) * width >= lalr::kAcceptAction) {
+            tables_.problems.push_back("too many states for 16-bit rows");
+            tables_.stateCount = 0;
+            return;
+        }
+        auto offsetOf = [&](int state) { return static_cast<int16_t>(state * width); };
+        rows_.assign(static_cast<size_t>(tables_.stateCount) * static_cast<size_t>(width), 0);
         for (int state = 0; state < tables_.stateCount; ++state) {
-            for (int terminal = 0; terminal < tables_.terminalCount; ++terminal) {
-                resolvedAction_[static_cast<size_t>(state) * terminals + static_cast<size_t>(terminal)] =
-                    tables_.Action(state, terminal);
-            }
+            int16_t* row = &rows_[static_cast<size_t>(offsetOf(state))];
             const size_t at = static_cast<size_t>(state);
-            if (!tables_.needsLookahead[at] && tables_.defaultRule[at] != 0) {
-                immediateAction_[at] = static_cast<int16_t>(-tables_.defaultRule[at]);
+            const bool immediate = !tables_.needsLookahead[at] && tables_.defaultRule[at] != 0;
+            row[0] = immediate ? static_cast<int16_t>(-tables_.defaultRule[at]) : kReadToken;
+            for (int terminal = 0; terminal < terminals; ++terminal) {
+                const int16_t action = tables_.Action(state, terminal);
+                const bool shift = action > 0 && action != lalr::kAcceptAction;
+                row[1 + terminal] = shift ? offsetOf(action) : action;
             }
+            for (int nonterminal = 0; nonterminal < tables_.nonterminalCount; ++nonterminal) {
+                const int to = tables_.Goto(state, nonterminal);
+                row[1 + terminals + nonterminal] = to < 0 ? int16_t{-1} : offsetOf(to);
+            }
+        }
+        gotoColumn_.assign(tables_.ruleLhs.size(), 0);
+        for (size_t rule = 0; rule < tables_.ruleLhs.size(); ++rule) {
+            gotoColumn_[rule] = static_cast<uint16_t>(1 + terminals + tables_.ruleLhs[rule]);
         }
         // The driver counts each right side itself; the builder must agree.
         for (size_t rule = 0; rule < kRuleCount && rule + 1 < tables_.ruleLength.size(); ++rule) {
@@ -215,8 +235,8 @@ private:
                               std::index_sequence<I...>);
 
     lalr::ParseTables tables_;
-    std::vector<int16_t> resolvedAction_;
-    std::vector<int16_t> immediateAction_;
+    std::vector<int16_t> rows_;
+    std::vector<uint16_t> gotoColumn_;  // per production: where its left side's gotos stand in a row
 };
 
 // The three stacks: first in the frame, then in one block of the heap.
@@ -316,19 +336,14 @@ inline int Parser<G>::ReduceDispatch(int rule, Frame& frame, Value& value, Stack
 
 template <const auto& G>
 int32_t Parser<G>::Parse(Context* context) const {
-    constexpr int32_t kNoLookahead = -1;
     if (tables_.stateCount == 0) return kParseSyntaxError;  // a grammar that didn't build
 
     // The tables as plain arrays in locals: the vectors would be read anew
     // behind every store to the stacks.
-    const int16_t* const actions = resolvedAction_.data();
-    const int16_t* const immediate = immediateAction_.data();
-    const int16_t* const gotos = tables_.gotoState.data();
-    const uint16_t* const ruleLhs = tables_.ruleLhs.data();
+    const int16_t* const rows = rows_.data();
+    const uint16_t* const gotoColumn = gotoColumn_.data();
     const int16_t* const translate = tables_.translate.data();
     const int32_t translated = static_cast<int32_t>(tables_.translate.size());
-    const size_t terminalCount = static_cast<size_t>(tables_.terminalCount);
-    const size_t nonterminalCount = static_cast<size_t>(tables_.nonterminalCount);
 
     Lookahead<Value, Location> local;
     constexpr bool kShared = G.sharedLookahead != nullptr;
@@ -336,7 +351,7 @@ int32_t Parser<G>::Parse(Context* context) const {
         if constexpr (kShared) return *G.sharedLookahead;
         else return local;
     }();
-    lookahead.terminal = kNoLookahead;
+    lookahead.column = 0;
     lookahead.value = Value{};
     lookahead.location = InitialLocation(Location{});
 
@@ -344,7 +359,7 @@ int32_t Parser<G>::Parse(Context* context) const {
     int16_t* states = stacks.states;
     Frame frame{stacks.values, stacks.locations, 0, context};
     int lastEntry = stacks.capacity - 1;
-    int state = 0;
+    int state = 0;  // the offset of its row
     states[0] = 0;
     frame.values[0] = Value{};
     frame.locations[0] = StackLocation(lookahead.location);
@@ -352,16 +367,12 @@ int32_t Parser<G>::Parse(Context* context) const {
     Value value;
     StackLocation location;
     for (;;) {
-        int action = immediate[state];
-        if (action == 0) {
-            if (lookahead.terminal == kNoLookahead) {
-                // As lalr::ParseTables::Terminal: 0 or below ends the input, an unknown code matches nothing.
-                const int32_t code = G.nextToken(&lookahead.value, &lookahead.location, context);
-                lookahead.terminal = code <= 0          ? lalr::kEndTerminal
-                                     : code < translated ? translate[code]
-                                                         : lalr::kUndefinedTerminal;
-            }
-            action = actions[static_cast<size_t>(state) * terminalCount + static_cast<size_t>(lookahead.terminal)];
+        int action = rows[state + lookahead.column];
+        if (action == kReadToken) {
+            // As lalr::ParseTables::Terminal: 0 or below ends the input, an unknown code matches nothing.
+            const int32_t code = G.nextToken(&lookahead.value, &lookahead.location, context);
+            lookahead.column = 1 + (code <= 0 ? lalr::kEndTerminal : code < translated ? translate[code] : lalr::kUndefinedTerminal);
+            action = rows[state + lookahead.column];
         }
 
         if (action > 0) {
@@ -371,7 +382,7 @@ int32_t Parser<G>::Parse(Context* context) const {
             states[frame.top] = static_cast<int16_t>(state);
             frame.values[frame.top] = lookahead.value;
             frame.locations[frame.top] = StackLocation(lookahead.location);
-            lookahead.terminal = kNoLookahead;
+            lookahead.column = 0;
         } else if (action == lalr::kErrorAction) {
             G.recordError(context, lookahead.location);
             return kParseSyntaxError;
@@ -379,7 +390,7 @@ int32_t Parser<G>::Parse(Context* context) const {
             const int length = ReduceDispatch(-action, frame, value, location, std::make_index_sequence<kRuleCount>{});
             if (length < 0) return kParseSyntaxError;
             frame.top -= length;
-            state = gotos[static_cast<size_t>(states[frame.top]) * nonterminalCount + ruleLhs[-action]];
+            state = rows[states[frame.top] + gotoColumn[-action]];
             ++frame.top;
             states[frame.top] = static_cast<int16_t>(state);
             frame.values[frame.top] = value;

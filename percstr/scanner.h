@@ -9,7 +9,9 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <span>
+#include <utility>
 #include <string>
 #include <vector>
 
@@ -92,6 +94,20 @@ struct ScanTables {
     uint32_t rowShift = 0;
     uint32_t firstAccepting = 0;       // the accepting states are numbered from here on
 };
+
+// Calls act(row) with the row of a rule number (1-based) of a constexpr row
+// table, the row known to the compiler in each case: the switch on its action
+// folds away. What act gives, or otherwise for a number outside the table.
+template <const auto& Rows, class Result, class Act, size_t... I>
+inline Result ForRow(int rule, Result otherwise, Act act, std::index_sequence<I...>) {
+    Result result = otherwise;
+    (void)((rule == static_cast<int>(I + 1) && (result = act(Rows[I]), true)) || ...);
+    return result;
+}
+template <const auto& Rows, class Result, class Act>
+inline Result ForRow(int rule, Result otherwise, Act act) {
+    return ForRow<Rows>(rule, otherwise, act, std::make_index_sequence<std::size(Rows)>{});
+}
 
 // The deterministic automaton of a rule table: state 0 is dead, state 1 the
 // start. Rule(state) is the 1-based number of the first rule that the text
