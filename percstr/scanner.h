@@ -231,6 +231,8 @@ private:
         if (spare.block == nullptr) spare = {block, size};
         else KeepLarger(spare, block, size);
     }
+    [[nodiscard]] char* NewCopy(uint32_t count);
+    void KeepCopy(char* characters);
     [[nodiscard]] void* Allocated(size_t size);
     void KeepLarger(SpareBlock& spare, void* block, size_t size);
     void DropSpareBlocks();
@@ -255,12 +257,30 @@ private:
     uint32_t tokenLength_ = 0;
 };
 
-// Copies are made in steps of this size, so that one kept block serves the
-// next text of about the same length.
+// A copy's block starts with its own size, so that a block kept for the next
+// text is known by its true size whatever text it held last; blocks come in
+// steps of kScanCopyGrain, so that one serves texts of about the same length.
+inline constexpr size_t kScanCopyHeader = sizeof(size_t);
 inline constexpr size_t kScanCopyGrain = 64;
 
-inline size_t ScanCopyBlockSize(uint32_t count) {
-    return (static_cast<size_t>(count) + 2 + kScanCopyGrain - 1) / kScanCopyGrain * kScanCopyGrain;
+inline char* ScannerEngine::NewCopy(uint32_t count) {
+    const size_t needed = (kScanCopyHeader + count + 2 + kScanCopyGrain - 1) / kScanCopyGrain * kScanCopyGrain;
+    SpareBlock copy = spareCharacters_;
+    if (copy.block != nullptr && copy.size >= needed) {
+        spareCharacters_ = {};
+    } else {
+        copy = {Allocated(needed), needed};
+        if (copy.block == nullptr) return nullptr;
+    }
+    std::memcpy(copy.block, &copy.size, kScanCopyHeader);
+    return static_cast<char*>(copy.block) + kScanCopyHeader;
+}
+
+inline void ScannerEngine::KeepCopy(char* characters) {
+    char* block = characters - kScanCopyHeader;
+    size_t size = 0;
+    std::memcpy(&size, block, kScanCopyHeader);
+    Keep(spareCharacters_, block, size);
 }
 
 inline ScanBuffer* ScannerEngine::yy_scan_buffer(char* base, uint32_t size) {
@@ -281,7 +301,7 @@ inline ScanBuffer* ScannerEngine::yy_scan_bytes(const char* bytes, uint32_t coun
         ReportScanFatal(ScanFatal::ScanBytesMemory);
         return nullptr;
     }
-    auto* copy = static_cast<char*>(Obtain(spareCharacters_, ScanCopyBlockSize(count)));
+    char* copy = NewCopy(count);
     if (copy == nullptr) {
         ReportScanFatal(ScanFatal::ScanBytesMemory);
         return nullptr;
@@ -290,7 +310,7 @@ inline ScanBuffer* ScannerEngine::yy_scan_bytes(const char* bytes, uint32_t coun
     copy[count] = copy[count + 1] = 0;
     ScanBuffer* buffer = yy_scan_buffer(copy, count + 2);
     if (buffer == nullptr) {  // the record's allocation failed and was reported
-        Keep(spareCharacters_, copy, ScanCopyBlockSize(count));
+        KeepCopy(copy);
         return nullptr;
     }
     buffer->owned = 1;
@@ -313,7 +333,7 @@ inline void ScannerEngine::yy_release_buffer(ScanBuffer* buffer) {
         currentBuffer_ = nullptr;
         started_ = false;
     }
-    if (buffer->owned) Keep(spareCharacters_, buffer->characters, ScanCopyBlockSize(buffer->capacity));
+    if (buffer->owned) KeepCopy(buffer->characters);
     Keep(spareRecord_, buffer, sizeof(ScanBuffer));
 }
 
