@@ -345,15 +345,12 @@ int32_t Parser<G>::Parse(Context* context) const {
     const int16_t* const translate = tables_.translate.data();
     const int32_t translated = static_cast<int32_t>(tables_.translate.size());
 
-    Lookahead<Value, Location> local;
-    constexpr bool kShared = G.sharedLookahead != nullptr;
-    Lookahead<Value, Location>& lookahead = [&]() -> Lookahead<Value, Location>& {
-        if constexpr (kShared) return *G.sharedLookahead;
-        else return local;
-    }();
-    lookahead.column = 0;
-    lookahead.value = Value{};
-    lookahead.location = InitialLocation(Location{});
+    // The lookahead in locals; a grammar that keeps it process-wide gets a
+    // copy of each token read.
+    int column = 0;  // its terminal's column in a row; 0 while none is held
+    Value tokenValue{};
+    Location tokenLocation = InitialLocation(Location{});
+    if constexpr (G.sharedLookahead != nullptr) *G.sharedLookahead = {column, tokenValue, tokenLocation};
 
     Stacks stacks;
     int16_t* states = stacks.states;
@@ -362,17 +359,18 @@ int32_t Parser<G>::Parse(Context* context) const {
     int state = 0;  // the offset of its row
     states[0] = 0;
     frame.values[0] = Value{};
-    frame.locations[0] = StackLocation(lookahead.location);
+    frame.locations[0] = StackLocation(tokenLocation);
 
     Value value;
     StackLocation location;
     for (;;) {
-        int action = rows[state + lookahead.column];
+        int action = rows[state + column];
         if (action == kReadToken) {
             // As lalr::ParseTables::Terminal: 0 or below ends the input, an unknown code matches nothing.
-            const int32_t code = G.nextToken(&lookahead.value, &lookahead.location, context);
-            lookahead.column = 1 + (code <= 0 ? lalr::kEndTerminal : code < translated ? translate[code] : lalr::kUndefinedTerminal);
-            action = rows[state + lookahead.column];
+            const int32_t code = G.nextToken(&tokenValue, &tokenLocation, context);
+            column = 1 + (code <= 0 ? lalr::kEndTerminal : code < translated ? translate[code] : lalr::kUndefinedTerminal);
+            if constexpr (G.sharedLookahead != nullptr) *G.sharedLookahead = {column, tokenValue, tokenLocation};
+            action = rows[state + column];
         }
 
         if (action > 0) {
@@ -380,11 +378,11 @@ int32_t Parser<G>::Parse(Context* context) const {
             state = action;
             ++frame.top;
             states[frame.top] = static_cast<int16_t>(state);
-            frame.values[frame.top] = lookahead.value;
-            frame.locations[frame.top] = StackLocation(lookahead.location);
-            lookahead.column = 0;
+            frame.values[frame.top] = tokenValue;
+            frame.locations[frame.top] = StackLocation(tokenLocation);
+            column = 0;
         } else if (action == lalr::kErrorAction) {
-            G.recordError(context, lookahead.location);
+            G.recordError(context, tokenLocation);
             return kParseSyntaxError;
         } else {
             const int length = ReduceDispatch(-action, frame, value, location, std::make_index_sequence<kRuleCount>{});
@@ -398,7 +396,7 @@ int32_t Parser<G>::Parse(Context* context) const {
         }
         if (frame.top == lastEntry) {
             if (!stacks.Grow()) {
-                G.recordError(context, lookahead.location);
+                G.recordError(context, tokenLocation);
                 return kParseExhausted;
             }
             states = stacks.states;

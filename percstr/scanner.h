@@ -86,13 +86,16 @@ struct ScanRow {
     bool ignoreCase = false;
 };
 
-// An automaton's tables as the matching loop reads them.
+// An automaton's tables as the matching loop reads them. A state is known by
+// the offset of its row in rows: the offsets of the next states by byte
+// class, and the state's rule (1-based, 0: none) in column ruleColumn. The
+// dead state's row is at 0.
 struct ScanTables {
     const uint8_t* classOf = nullptr;  // per byte
-    const uint16_t* next = nullptr;    // rows of 1 << rowShift entries, per state
-    const uint16_t* rule = nullptr;    // per state
-    uint32_t rowShift = 0;
-    uint32_t firstAccepting = 0;       // the accepting states are numbered from here on
+    const uint16_t* rows = nullptr;
+    uint32_t start = 0;
+    uint32_t firstAccepting = 0;  // rows from here on are accepting states
+    uint32_t ruleColumn = 0;
 };
 
 // Calls act(row) with the row of a rule number (1-based) of a constexpr row
@@ -109,9 +112,8 @@ inline Result ForRow(int rule, Result otherwise, Act act) {
     return ForRow<Rows>(rule, otherwise, act, std::make_index_sequence<std::size(Rows)>{});
 }
 
-// The deterministic automaton of a rule table: state 0 is dead, state 1 the
-// start. Rule(state) is the 1-based number of the first rule that the text
-// up to that state matches, 0 when none does.
+// The deterministic automaton of a rule table, built by the subset
+// construction over classes of bytes that every rule treats alike.
 class ScanAutomaton {
 public:
     template <class Row, size_t N>
@@ -121,30 +123,21 @@ public:
         Build(rules);
     }
 
-    static constexpr uint16_t kDead = 0;
-    static constexpr uint16_t kStart = 1;
-
-    // Rows are a power of two wide, so that a state's row is a shift away.
-    [[nodiscard]] uint16_t Next(uint32_t state, unsigned char byte) const {
-        return next_[(state << rowShift_) | classOf_[byte]];
-    }
-    [[nodiscard]] uint16_t Rule(uint32_t state) const { return rule_[state]; }
-    [[nodiscard]] size_t StateCount() const { return rule_.size(); }
     [[nodiscard]] ScanTables Tables() const {
-        return ScanTables{classOf_, next_.data(), rule_.data(), rowShift_, firstAccepting_};
+        return ScanTables{classOf_, rows_.data(), start_, firstAccepting_, ruleColumn_};
     }
     // Faults of the rule table found while building; empty for a good table.
     [[nodiscard]] const std::vector<std::string>& Problems() const { return problems_; }
 
 private:
     void Build(std::span<const ScanRule> rules);
-    void PutAcceptingStatesLast(size_t rowWidth);
+    void LayOutRows(const std::vector<uint16_t>& next, const std::vector<uint16_t>& rules, size_t classCount);
 
     uint8_t classOf_[256] = {};
-    uint32_t rowShift_ = 0;
+    std::vector<uint16_t> rows_;
+    uint32_t start_ = 0;
     uint32_t firstAccepting_ = 0;
-    std::vector<uint16_t> next_;
-    std::vector<uint16_t> rule_;
+    uint32_t ruleColumn_ = 0;
     std::vector<std::string> problems_;
 };
 
@@ -238,8 +231,16 @@ private:
     void DropSpareBlocks();
     void SaveCurrentBuffer();
     [[nodiscard]] bool Start();
-    [[nodiscard]] int NoMatch(char* start);
-    [[nodiscard]] int EndOfInput();
+    // The end-of-buffer match covers the first final NUL; the read position
+    // stays on it, so every later request ends here again.
+    [[nodiscard]] int EndOfInput() {
+        currentBuffer_->status = kBufferEndSeen;
+        tokenText_ = bufferEnd_;
+        tokenLength_ = 1;
+        readPosition_ = bufferEnd_;
+        heldCharacter_ = 0;
+        return kEndOfInput;
+    }
 
     AutomatonSource automatonSource_;
     ScanTables tables_;  // empty until the automaton is built
@@ -355,31 +356,34 @@ inline int ScannerEngine::NextMatch() {
     *start = heldCharacter_;
     char* const end = bufferEnd_;
     const uint8_t* const classOf = tables_.classOf;
-    const uint16_t* const next = tables_.next;
-    const uint32_t rowShift = tables_.rowShift;
+    const uint16_t* const rows = tables_.rows;
     const uint32_t firstAccepting = tables_.firstAccepting;
 
     // The longest match: remember the last accepting state and where it ended.
-    uint32_t state = ScanAutomaton::kStart;
+    uint32_t state = tables_.start;
     uint32_t accepted = 0;
     char* matchEnd = nullptr;
     for (char* p = start; p != end;) {
-        state = next[(state << rowShift) | classOf[static_cast<unsigned char>(*p)]];
-        if (state == ScanAutomaton::kDead) break;
+        state = rows[state + classOf[static_cast<unsigned char>(*p)]];
+        if (state == 0) break;
         ++p;
         if (state >= firstAccepting) {
             accepted = state;
             matchEnd = p;
         }
     }
-    if (matchEnd == nullptr) return NoMatch(start);
+    if (matchEnd == nullptr) {
+        // Only a rule table without a rule for every byte fails before the end.
+        if (start != end) ReportScanFatal(ScanFatal::NoActionFound);
+        return EndOfInput();
+    }
 
     tokenText_ = start;
     tokenLength_ = static_cast<uint32_t>(matchEnd - start);
     readPosition_ = matchEnd;
     heldCharacter_ = *matchEnd;
     *matchEnd = 0;
-    return tables_.rule[accepted];
+    return tables_.rows[accepted + tables_.ruleColumn];
 }
 
 }  // namespace vrn
