@@ -70,14 +70,25 @@ struct ParserMemory {
     static inline void (*release)(void* block) = std::free;
 };
 
+// One entry of the parser's stacks: the states, values and locations run in
+// parallel, so one array of entries holds all three.
+template <class Value, class Location>
+struct StackEntry {
+    Value value;
+    Location location;
+    int16_t state;  // the offset of its row in the driver's table
+};
+
 template <class Value, class Location, class Context>
 class Reduction {
 public:
-    Reduction(Context* context, const Value* rhs, const Location* rhsLocations, Value& value, Location& location)
-        : context(context), value(value), location(location), rhs_(rhs), rhsLocations_(rhsLocations) {}
+    using Entry = StackEntry<Value, Location>;
 
-    [[nodiscard]] const Value& operator[](int i) const { return rhs_[i - 1]; }
-    [[nodiscard]] const Location& At(int i) const { return rhsLocations_[i - 1]; }
+    Reduction(Context* context, const Entry* rhs, Value& value, Location& location)
+        : context(context), value(value), location(location), rhs_(rhs) {}
+
+    [[nodiscard]] const Value& operator[](int i) const { return rhs_[i - 1].value; }
+    [[nodiscard]] const Location& At(int i) const { return rhs_[i - 1].location; }
     void Abort() { aborted_ = true; }
     [[nodiscard]] bool Aborted() const { return aborted_; }
 
@@ -86,8 +97,7 @@ public:
     Location& location;
 
 private:
-    const Value* rhs_;
-    const Location* rhsLocations_;
+    const Entry* rhs_;
     bool aborted_ = false;
 };
 
@@ -151,8 +161,8 @@ public:
     using StackLocation = typename GrammarType::StackLocationType;
     using Context = typename GrammarType::ContextType;
     using Reduce = typename GrammarType::Reduce;
-    static_assert(std::is_trivially_copyable_v<Value> && std::is_trivially_copyable_v<StackLocation>,
-                  "stack entries are moved as bytes when the stacks grow");
+    using Entry = StackEntry<Value, StackLocation>;
+    static_assert(std::is_trivially_copyable_v<Entry>, "stack entries are moved as bytes when the stacks grow");
 
     // The grammar's parser with its tables, built at the first call; null
     // when memory ran out for them (the next call tries again).
@@ -182,11 +192,22 @@ private:
     // A row's entry for "no token held" in a state that needs one.
     static constexpr int16_t kReadToken = INT16_MIN + 1;
 
-    // The driver's own form of the tables: one row per state, known by its
-    // offset in rows_. Column 0 is the action while no token is held: the
-    // reduction a state takes without reading one, or kReadToken. Then come
-    // the actions per terminal, the default written into the empty entries,
-    // and the gotos per nonterminal.
+    // Token codes the translation covers: every byte and the grammar's named tokens.
+    static constexpr int32_t kCodeCount = [] {
+        int32_t most = 255;
+        for (const lalr::TokenName& token : G.tokens) most = token.code > most ? token.code : most;
+        return most + 1;
+    }();
+    // Where the rows begin in table_, behind the translation and the goto columns.
+    static constexpr size_t kRowsAt = static_cast<size_t>(kCodeCount) + kRuleCount + 1;
+
+    // The driver's own form of the tables, all in table_ so that one register
+    // reaches them: per token code its terminal's column (1 + terminal); per
+    // production the column of its left side's gotos; then one row per state,
+    // known by its offset from the first. Column 0 of a row is the action while
+    // no token is held: the reduction a state takes without reading one, or
+    // kReadToken. Then come the actions per terminal, the default written into
+    // the empty entries, and the gotos per nonterminal.
     void BuildDriverTables() {
         const int terminals = tables_.terminalCount;
         const int width = 1 + terminals + tables_.nonterminalCount;
@@ -196,9 +217,16 @@ private:
             return;
         }
         auto offsetOf = [&](int state) { return static_cast<int16_t>(state * width); };
-        rows_.assign(static_cast<size_t>(tables_.stateCount) * static_cast<size_t>(width), 0);
+        table_.assign(kRowsAt + static_cast<size_t>(tables_.stateCount) * static_cast<size_t>(width), 0);
+        for (int32_t code = 1; code < kCodeCount; ++code) {
+            table_[static_cast<size_t>(code)] = static_cast<int16_t>(1 + tables_.Terminal(code));
+        }
+        for (size_t rule = 0; rule < tables_.ruleLhs.size() && rule <= kRuleCount; ++rule) {
+            table_[static_cast<size_t>(kCodeCount) + rule] = static_cast<int16_t>(1 + terminals + tables_.ruleLhs[rule]);
+        }
+        int16_t* const rows = &table_[kRowsAt];
         for (int state = 0; state < tables_.stateCount; ++state) {
-            int16_t* row = &rows_[static_cast<size_t>(offsetOf(state))];
+            int16_t* row = rows + offsetOf(state);
             const size_t at = static_cast<size_t>(state);
             const bool immediate = !tables_.needsLookahead[at] && tables_.defaultRule[at] != 0;
             row[0] = immediate ? static_cast<int16_t>(-tables_.defaultRule[at]) : kReadToken;
@@ -211,10 +239,6 @@ private:
                 const int to = tables_.Goto(state, nonterminal);
                 row[1 + terminals + nonterminal] = to < 0 ? int16_t{-1} : offsetOf(to);
             }
-        }
-        gotoColumn_.assign(tables_.ruleLhs.size(), 0);
-        for (size_t rule = 0; rule < tables_.ruleLhs.size(); ++rule) {
-            gotoColumn_[rule] = static_cast<uint16_t>(1 + terminals + tables_.ruleLhs[rule]);
         }
         // The driver counts each right side itself; the builder must agree.
         for (size_t rule = 0; rule < kRuleCount && rule + 1 < tables_.ruleLength.size(); ++rule) {
@@ -235,11 +259,10 @@ private:
                               std::index_sequence<I...>);
 
     lalr::ParseTables tables_;
-    std::vector<int16_t> rows_;
-    std::vector<uint16_t> gotoColumn_;  // per production: where its left side's gotos stand in a row
+    std::vector<int16_t> table_;
 };
 
-// The three stacks: first in the frame, then in one block of the heap.
+// The stacks: first in the frame, then in one block of the heap.
 template <const auto& G>
 class Parser<G>::Stacks {
 public:
@@ -250,9 +273,7 @@ public:
         if (block_ != nullptr) ParserMemory::release(block_);
     }
 
-    int16_t* states = initialStates_;
-    Value* values = initialValues_;
-    StackLocation* locations = initialLocations_;
+    Entry* entries = initial_;
     int capacity = kParserInitialDepth;
 
     // Called when the last entry of the capacity has been written: doubles
@@ -261,42 +282,27 @@ public:
     [[nodiscard]] bool Grow() {
         if (capacity >= kParserMaxDepth) return false;
         const int grown = capacity * 2 < kParserMaxDepth ? capacity * 2 : kParserMaxDepth;
-        const size_t cap = static_cast<size_t>(grown);
-        const size_t locationsAt = AlignUp(cap * sizeof(Value), alignof(StackLocation));
-        const size_t statesAt = AlignUp(locationsAt + cap * sizeof(StackLocation), alignof(int16_t));
-        auto* block = static_cast<unsigned char*>(ParserMemory::allocate(statesAt + cap * sizeof(int16_t)));
+        auto* block = static_cast<Entry*>(ParserMemory::allocate(static_cast<size_t>(grown) * sizeof(Entry)));
         if (block == nullptr) return false;
-        const size_t used = static_cast<size_t>(capacity);
-        auto* newValues = reinterpret_cast<Value*>(block);
-        auto* newLocations = reinterpret_cast<StackLocation*>(block + locationsAt);
-        auto* newStates = reinterpret_cast<int16_t*>(block + statesAt);
-        std::memcpy(static_cast<void*>(newValues), values, used * sizeof(Value));
-        std::memcpy(static_cast<void*>(newLocations), locations, used * sizeof(StackLocation));
-        std::memcpy(newStates, states, used * sizeof(int16_t));
+        std::memcpy(static_cast<void*>(block), entries, static_cast<size_t>(capacity) * sizeof(Entry));
         if (block_ != nullptr) ParserMemory::release(block_);
         block_ = block;
-        values = newValues;
-        locations = newLocations;
-        states = newStates;
+        entries = block;
         capacity = grown;
         return true;
     }
 
 private:
-    static_assert(alignof(Value) <= alignof(std::max_align_t) && alignof(StackLocation) <= alignof(std::max_align_t));
-    static size_t AlignUp(size_t offset, size_t alignment) { return (offset + alignment - 1) / alignment * alignment; }
+    static_assert(alignof(Entry) <= alignof(std::max_align_t));
 
     void* block_ = nullptr;
-    int16_t initialStates_[kParserInitialDepth];
-    Value initialValues_[kParserInitialDepth];
-    StackLocation initialLocations_[kParserInitialDepth];
+    Entry initial_[kParserInitialDepth];
 };
 
-// What a reduction reads: the stacks' arrays, the top entry and the caller's record.
+// What a reduction reads: the stack's entries, the top one and the caller's record.
 template <const auto& G>
 struct Parser<G>::Frame {
-    Value* values;
-    StackLocation* locations;
+    Entry* entries;
     int top;
     Context* context;
 };
@@ -307,24 +313,22 @@ template <const auto& G>
 template <size_t I>
 inline int Parser<G>::ReduceBy(Frame& frame, Value& value, StackLocation& location) {
     constexpr int length = RightSideLength(G.rules[I].production);
-    const int first = frame.top - length + 1;
+    const Entry* const rhs = frame.entries + (frame.top - length + 1);
     if constexpr (length > 0) {
-        value = frame.values[first];
-        location = SpanLocation(frame.locations[first], frame.locations[frame.top]);
+        value = rhs[0].value;
+        location = SpanLocation(rhs[0].location, rhs[length - 1].location);
     } else {
         value = Value{};
-        location = EmptyLocationAfter(frame.locations[frame.top]);
+        location = EmptyLocationAfter(frame.entries[frame.top].location);
     }
     if constexpr (G.rules[I].action != nullptr) {
-        Reduce reduce(frame.context, frame.values + first, frame.locations + first, value, location);
+        Reduce reduce(frame.context, rhs, value, location);
         G.rules[I].action(reduce);
         if (reduce.Aborted()) return -1;
     }
     return length;
 }
 
-// Runs the reduction by `rule` (1-based); its right side's length, or -1
-// when the action aborted. The equality chain compiles to one jump table.
 template <const auto& G>
 template <size_t... I>
 inline int Parser<G>::ReduceDispatch(int rule, Frame& frame, Value& value, StackLocation& location,
@@ -340,10 +344,9 @@ int32_t Parser<G>::Parse(Context* context) const {
 
     // The tables as plain arrays in locals: the vectors would be read anew
     // behind every store to the stacks.
-    const int16_t* const rows = rows_.data();
-    const uint16_t* const gotoColumn = gotoColumn_.data();
-    const int16_t* const translate = tables_.translate.data();
-    const int32_t translated = static_cast<int32_t>(tables_.translate.size());
+    const int16_t* const rows = table_.data() + kRowsAt;
+    const int16_t* const columnOfCode = rows - kRowsAt;
+    const int16_t* const gotoColumn = rows - kRuleCount - 1;
 
     // The lookahead in locals; a grammar that keeps it process-wide gets a
     // copy of each token read.
@@ -353,13 +356,11 @@ int32_t Parser<G>::Parse(Context* context) const {
     if constexpr (G.sharedLookahead != nullptr) *G.sharedLookahead = {column, tokenValue, tokenLocation};
 
     Stacks stacks;
-    int16_t* states = stacks.states;
-    Frame frame{stacks.values, stacks.locations, 0, context};
+    Frame frame{stacks.entries, 0, context};
     int lastEntry = stacks.capacity - 1;
     int state = 0;  // the offset of its row
-    states[0] = 0;
-    frame.values[0] = Value{};
-    frame.locations[0] = StackLocation(tokenLocation);
+    frame.entries[0].state = 0;
+    frame.entries[0].location = StackLocation(tokenLocation);
 
     Value value;
     StackLocation location;
@@ -368,7 +369,7 @@ int32_t Parser<G>::Parse(Context* context) const {
         if (action == kReadToken) {
             // As lalr::ParseTables::Terminal: 0 or below ends the input, an unknown code matches nothing.
             const int32_t code = G.nextToken(&tokenValue, &tokenLocation, context);
-            column = 1 + (code <= 0 ? lalr::kEndTerminal : code < translated ? translate[code] : lalr::kUndefinedTerminal);
+            column = code <= 0 ? 1 + lalr::kEndTerminal : code < kCodeCount ? columnOfCode[code] : 1 + lalr::kUndefinedTerminal;
             if constexpr (G.sharedLookahead != nullptr) *G.sharedLookahead = {column, tokenValue, tokenLocation};
             action = rows[state + column];
         }
@@ -376,10 +377,10 @@ int32_t Parser<G>::Parse(Context* context) const {
         if (action > 0) {
             if (action == lalr::kAcceptAction) return kParseAccepted;
             state = action;
-            ++frame.top;
-            states[frame.top] = static_cast<int16_t>(state);
-            frame.values[frame.top] = tokenValue;
-            frame.locations[frame.top] = StackLocation(tokenLocation);
+            Entry& pushed = frame.entries[++frame.top];
+            pushed.state = static_cast<int16_t>(state);
+            pushed.value = tokenValue;
+            pushed.location = StackLocation(tokenLocation);
             column = 0;
         } else if (action == lalr::kErrorAction) {
             G.recordError(context, tokenLocation);
@@ -388,20 +389,18 @@ int32_t Parser<G>::Parse(Context* context) const {
             const int length = ReduceDispatch(-action, frame, value, location, std::make_index_sequence<kRuleCount>{});
             if (length < 0) return kParseSyntaxError;
             frame.top -= length;
-            state = rows[states[frame.top] + gotoColumn[-action]];
-            ++frame.top;
-            states[frame.top] = static_cast<int16_t>(state);
-            frame.values[frame.top] = value;
-            frame.locations[frame.top] = location;
+            state = rows[frame.entries[frame.top].state + gotoColumn[-action]];
+            Entry& pushed = frame.entries[++frame.top];
+            pushed.state = static_cast<int16_t>(state);
+            pushed.value = value;
+            pushed.location = location;
         }
         if (frame.top == lastEntry) {
             if (!stacks.Grow()) {
                 G.recordError(context, tokenLocation);
                 return kParseExhausted;
             }
-            states = stacks.states;
-            frame.values = stacks.values;
-            frame.locations = stacks.locations;
+            frame.entries = stacks.entries;
             lastEntry = stacks.capacity - 1;
         }
     }
