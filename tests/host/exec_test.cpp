@@ -155,7 +155,8 @@ TEST_F(ExecTest, JsonGivesEveryDeliveryExactly) {
               "{\"type\":1,\"number\":1,\"class\":1,\"state\":3,\"text\":\"2: 167 4 4 0 0 41E80042\",\"hex\":"
               "\"323A203136372034203420302030203431453830303432\"}],"
               "\"outputs\":{\"1\":{\"type\":167,\"null\":false,\"length\":4,\"hex\":\"41E80042\",\"value\":"
-              "\"A\xC3\xA8\\u0000B\"}},\"done\":[{\"status\":0,\"info\":0,\"count\":0}],\"resultsets\":[]}")
+              "\"A\xC3\xA8\\u0000B\"}},\"done\":[{\"status\":0,\"info\":0,\"count\":0}],\"resultsets\":[],"
+              "\"events\":[{\"message\":0},{\"message\":1},{\"output\":1},{\"done\":0}]}")
         << first;
     for (const char* expected : {"\"1\":{\"type\":109,\"null\":false,\"length\":8,\"hex\":\"343333333333C33F\","
                                  "\"value\":\"0.15000000000000002\"}",
@@ -192,6 +193,11 @@ TEST_F(ExecTest, RowSetsMessagesAndReturnStatus) {
         << json.out;
     EXPECT_NE(json.out.find("\"rows\":[[\"caff\xC3\xA8\",\"-2\",\"-2147024809\",\"2000-01-01 12:00:00.000\",\"0xCAFE\"],"
                             "[null,\"7\",\"0\",null,null]]"),
+              std::string::npos)
+        << json.out;
+    EXPECT_NE(json.out.find("\"events\":[{\"message\":0},{\"describe\":\"Name\"},{\"describe\":\"Count\"},"
+                            "{\"describe\":\"Status\"},{\"describe\":\"When\"},{\"describe\":\"Data\"},{\"row\":0},"
+                            "{\"row\":1},{\"done\":0},{\"message\":1},{\"done\":1}]}"),
               std::string::npos)
         << json.out;
 }
