@@ -215,7 +215,7 @@ TEST_F(ExecTest, BatchSyntax) {
         "set @a = -7; SET @b = @a\n"
         "print @b\n"
         "PRINT NULL\n"
-        "PRINT 'two\nlines'\n"
+        "PRINT 'two\nlines' WAITFOR DELAY '00:00:00.05'\n"
         "execute master..fx_Echo @a OUT, 3\n"
         "exec dbo.[fx_Echo]\n"
         "  GO  \n"
@@ -263,7 +263,8 @@ TEST_F(ExecTest, ScriptErrorsGiveTheirLine) {
         {"EXEC fx_Echo 1 OUTPUT", "line 1: OUTPUT needs a variable"},
         {"SELECT '\xE5\xAD\x97'", "line 1: the character U+5B57 has no Windows-1252 byte"},
         {"PRINT 1\nPRINT '\xE8'", "line 2: the script isn't valid UTF-8"},
-        {"PRINT 1 2", "line 1: expected a statement (DECLARE, SET, EXEC, SELECT, PRINT or GO), found '2'"},
+        {"PRINT 1 2", "line 1: expected a statement (DECLARE, SET, EXEC, SELECT, PRINT, WAITFOR or GO), found '2'"},
+        {"WAITFOR DELAY '00:60:00'", "line 1: expected a time as 'hh:mm:ss', found '00:60:00'"},
         {"SELECT CAST(1 AS)", "line 1: expected a type name, found ')'"},
     };
     for (const Case& c : cases) {
