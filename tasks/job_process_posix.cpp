@@ -265,7 +265,7 @@ int32_t RunStoredTask(const Store& store, const std::string& fileName, int64_t n
     bool readable = application && directory;
     if (readable) {
         launch.application = std::move(*application);
-        launch.directory = std::move(*directory);
+        launch.directory = directory->empty() ? HomeFolder() : std::move(*directory);
         launch.arguments.push_back(launch.application);
         for (const std::u16string& arg : SplitCommandLine(d.parameters)) {
             std::optional<std::string> utf8 = ToUtf8(arg);

@@ -75,6 +75,8 @@ int MakeFolders(const std::string& path) {
     return S_ISDIR(st.st_mode) ? 0 : ENOTDIR;
 }
 
+}  // namespace
+
 std::string HomeFolder() {
     if (const char* home = std::getenv("HOME"); home != nullptr && *home != '\0') return home;
     struct passwd entry {};
@@ -83,6 +85,8 @@ std::string HomeFolder() {
     if (getpwuid_r(getuid(), &entry, buffer, sizeof buffer, &found) == 0 && found != nullptr) return found->pw_dir;
     return "/";
 }
+
+namespace {
 
 // An open descriptor, closed on every way out.
 class Descriptor {

@@ -20,6 +20,8 @@ inline constexpr int32_t kEventTrigger = 0x00041308;
 // A failed system call's errno as the platform's HRESULT.
 int32_t ErrnoResult(int error);
 
+// $HOME, else the account's home folder.
+std::string HomeFolder();
 // $VRN_TASK_STORE, else $XDG_STATE_HOME/vrn/tasks, else ~/.local/state/vrn/tasks.
 std::string DefaultFolder();
 

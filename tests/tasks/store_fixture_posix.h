@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 #include <stdlib.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <memory>
@@ -27,7 +28,13 @@ protected:
         scheduler_.reset();
         source_.Uninitialize();
         unsetenv("VRN_TASK_STORE");
-        std::filesystem::remove_all(folder_);
+        // A watcher may still be recording the end of a run in there.
+        for (int i = 0; i < 100; ++i) {
+            std::error_code error;
+            std::filesystem::remove_all(folder_, error);
+            if (!error) break;
+            usleep(20000);
+        }
     }
 
     // A stored task of that name with an application and parameters.
