@@ -91,43 +91,6 @@ TEST_F(TasksTest, TaskRowHasItsTwentyColumns) {
                                "app.exe", "/Task=6F9619FF-8B86-D011-B42D-00C04FC964FF /Ditta=DITTA1 /X=1",
                                "C:\\w", "0x010203", "267008", "3", "4", "46342/25919999", "NULL", "2", "3600000",
                                "32", "10", "60"}));
-    // Absent texts and empty data are NULL.
-    scheduler.tasks.clear();
-    AddWithAccount(scheduler, TaskFile(u"D"));
-    const host::CallResult empty = Call("vrn_Wts_TaskInfo", {NVarChar(u"X")}, {});
-    EXPECT_EQ(Trace(empty), "0x80070002 C20");
-    const host::CallResult info = Call("vrn_Wts_TaskInfo", {NVarChar(TaskFile(u"D").substr(0, 40))});
-    EXPECT_EQ(Trace(info), "0 C20 R D1");
-    const std::vector<std::string> row = RowOf(info, 0);
-    EXPECT_EQ(row[0], Utf8(TaskFile(u"D").substr(0, 40).c_str()));  // the client's text
-    for (size_t c : {1, 2, 3, 4, 6, 7, 8, 9}) EXPECT_EQ(row[c], "NULL") << c;
-}
-
-TEST_F(TasksTest, TaskAndDittaComeFromTheParameters) {
-    const std::u16string name = u"{6f9619ff-8b86-d011-b42d-00c04fc964ff}-DITTA1.job";
-    const struct {
-        std::u16string name, parameters;
-        std::string udTask, ditta;
-    } cases[] = {
-        {name, u"/Task=6F9619FF-8B86-D011-B42D-00C04FC964FF /Ditta=DITTA1 /X=1",
-         "6F9619FF-8B86-D011-B42D-00C04FC964FF", "DITTA1"},
-        {name, u"/Task=00000000-8B86-D011-B42D-00C04FC964FF", "NULL", "NULL"},
-        {name, u"/task=6F9619FF-8B86-D011-B42D-00C04FC964FF /ditta=D", "NULL", "NULL"},
-        {name, u"/X=1 /Ditta=D2", "NULL", "D2"},
-        {name, u"/Task=6F9619FF-8B86-D011-B42D-00C04FC964FFtail /Ditta=", "6F9619FF-8B86-D011-B42D-00C04FC964FFtail",
-         "NULL"},
-        {name, u"/Task=6F9619FF", "NULL", "NULL"},
-        {u"x.job", u"/Task=6F9619FF-8B86-D011-B42D-00C04FC964FF", "NULL", "NULL"},
-        {name, u"", "NULL", "NULL"},
-    };
-    for (const auto& c : cases) {
-        SchedulerDouble d;
-        AddWithAccount(d, c.name).parameters = c.parameters;
-        const host::CallResult r = Call("vrn_Wts_TaskInfo", {NVarChar(c.name)});
-        ASSERT_EQ(r.rows.size(), 1u) << Utf8(c.parameters.c_str());
-        EXPECT_EQ(ColumnOf(r, 2)[0], c.udTask) << Utf8(c.parameters.c_str());
-        EXPECT_EQ(ColumnOf(r, 3)[0], c.ditta) << Utf8(c.parameters.c_str());
-    }
 }
 
 TEST_F(TasksTest, WalksTakeBatchesOfTwentyEachFromItsLastName) {
@@ -149,7 +112,7 @@ TEST_F(TasksTest, WalksTakeBatchesOfTwentyEachFromItsLastName) {
     EXPECT_EQ(activated, expected);
 }
 
-TEST_F(TasksTest, EnumPassesOverWhatItCantReadOrWhatIsNotOfThisCompanyAndInstance) {
+TEST_F(TasksTest, EnumPassesOverWhatItCantReadAndWhatIsNotOfThisEngine) {
     for (const auto& company : {u"A1", u"A2", u"A3", u"A12"}) AddWithAccount(scheduler, TaskFile(company));
     AddWithAccount(scheduler, TaskFile(u"A1", u"SQL2"));
     scheduler.Add(TaskFile(u"NOACCOUNT"));  // its account can't be read
@@ -160,21 +123,6 @@ TEST_F(TasksTest, EnumPassesOverWhatItCantReadOrWhatIsNotOfThisCompanyAndInstanc
     EXPECT_EQ(ColumnOf(all, 1), (std::vector<std::string>{Utf8(TaskFile(u"A3").c_str()),
                                                             Utf8(TaskFile(u"A12").c_str()),
                                                             Utf8(TaskFile(u"A1").c_str())}));
-    const struct {
-        std::vector<Param> params;
-        std::optional<std::u16string> instance;
-        std::vector<std::string> names;
-    } cases[] = {
-        {{NVarChar(u"")}, std::nullopt, ColumnOf(Call("vrn_Wts_TaskEnum", {}), 1)},
-        {{NVarChar(u"a1")}, std::nullopt, {Utf8(TaskFile(u"A1").c_str())}},
-        {{}, u"SQL2", {Utf8(TaskFile(u"A1", u"SQL2").c_str())}},
-        {{NVarChar(u"A2")}, u"SQL2", {}},
-    };
-    for (const auto& c : cases) {
-        host::CallOptions options;
-        options.instanceName = c.instance;
-        EXPECT_EQ(ColumnOf(Call("vrn_Wts_TaskEnum", c.params, options), 1), c.names);
-    }
 }
 
 TEST_F(TasksTest, ListingRefusalsAndFailures) {
@@ -224,10 +172,8 @@ TEST_F(TasksTest, CreateAndUpdateWriteAWeeklyTrigger) {
         uint16_t at, days, endYear;
         uint32_t flags;
     } cases[] = {
-        {"vrn_Wts_TriggerCreate", Output(host::Int(77)), 23, 59, 127, "0 O2=2 D", 2, 127, 0, 0},
-        {"vrn_Wts_TriggerCreate", Output(Null(38, 4)), 0, 0, 0, "0 O2=2 D", 2, 0, 0, 0},
-        {"vrn_Wts_TriggerCreate", Output(host::Int(0)), 8, 30, 128, "0 O2=2 D", 2, 127, 2007, 1},
-        {"vrn_Wts_TriggerUpdate", host::Int(0), 6, 5, 42, "0 D", 0, 42, 0, 0},
+        {"vrn_Wts_TriggerCreate", Output(host::Int(77)), 23, 59, 128, "0 O2=2 D", 2, 127, 2007, 1},
+        {"vrn_Wts_TriggerUpdate", host::Int(0), 6, 5, 42, "0 D", 0, 42, 0, 0},  // a daily one turns weekly
     };
     for (const auto& c : cases) {
         SchedulerDouble d;
@@ -261,17 +207,9 @@ TEST_F(TasksTest, TriggerRefusalsAndFailures) {
         std::string trace;
     } cases[] = {
         {"vrn_Wts_TriggerCreate", {NVarChar(name), out0}, nullptr, "0x80070057 M"},
-        {"vrn_Wts_TriggerEnum", {}, nullptr, "0x80070057 M"},
         {"vrn_Wts_TriggerCreate", TriggerParams(name, in0, 1, 1, 1), nullptr, "0x80070057 D M"},
-        {"vrn_Wts_TriggerCreate", TriggerParams(name, out0, 24, 0, 1), nullptr, "0x80070057 D M"},
-        {"vrn_Wts_TriggerCreate", TriggerParams(name, out0, 0, 60, 1), nullptr, "0x80070057 D M"},
-        {"vrn_Wts_TriggerCreate", TriggerParams(name, out0, 0, 0, 129), nullptr, "0x80070057 D M"},
         {"vrn_Wts_TriggerCreate", TriggerParams(name, out0, -1, 0, 1), nullptr, "0x80070057 D M"},
-        {"vrn_Wts_TriggerUpdate", TriggerParams(name, host::Int(-1), 0, 0, 1), nullptr, "0x80070057 D M"},
-        {"vrn_Wts_TriggerUpdate", TriggerParams(name, out0, 0, 0, 1), nullptr, "0x80070057 D M"},
-        {"vrn_Wts_TriggerDelete", {NVarChar(name), Null(38, 4)}, nullptr, "0x80070057 D M"},
         {"vrn_Wts_TriggerDelete", {Output(NVarChar(name)), in0}, nullptr, "0x80070057 D M"},
-        {"vrn_Wts_TriggerEnum", {host::VarChar("T")}, nullptr, "0x80070057 D M"},
         {"vrn_Wts_TriggerUpdate", TriggerParams(name, host::Int(5), 0, 0, 1), nullptr, "0x80041309 D"},
         {"vrn_Wts_TriggerDelete", {NVarChar(u"missing"), in0}, nullptr, "0x80070002 D"},
         {"vrn_Wts_TriggerDelete", {NVarChar(u""), in0}, nullptr, "0x80070057 D M"},  // the scheduler's own answer

@@ -6,6 +6,8 @@ EXEC vrn_Wts_TaskCreate N'{00000000-0000-0000-0000-0000000000C2}-DITTA1', NULL, 
 EXEC vrn_Wts_TaskCreate N'{00000000-0000-0000-0000-0000000000C3}-DITTA12', NULL, N'/bin/true', N'svc', NULL, NULL, N'/task=00000000-0000-0000-0000-0000000000C3 /ditta=DITTA12', NULL, 1, 0, 0
 EXEC vrn_Wts_TaskCreate N'{00000000-0000-0000-0000-0000000000C4}-DITTA1$SQL2', NULL, N'/bin/true', N'', NULL, NULL, NULL, NULL, 1, 0, 0
 EXEC vrn_Wts_TaskCreate N'Nightly backup', NULL, N'/bin/true', N'', NULL, NULL, N'/Ditta=DITTA1', NULL, 1, 0, 0
+EXEC vrn_Wts_TaskCreate N'{00000000-0000-0000-0000-0000000000C8}-DITTA3', NULL, N'/bin/true', N'', NULL, NULL, N'/Task=00000000-0000-0000-0000-0000000000C8tail /Ditta=', NULL, 1, 0, 0
+EXEC vrn_Wts_TaskCreate N'x', NULL, N'/bin/true', N'', NULL, NULL, N'/Task=00000000-0000-0000-0000-0000000000C8 /Task=x', NULL, 1, 0, 0
 -- No account set: the scheduler can't say it, so the task isn't listed.
 EXEC vrn_Wts_TaskCreate N'{00000000-0000-0000-0000-0000000000C5}-DITTA1', NULL, N'/bin/true', NULL, NULL, NULL, NULL, NULL, 1, 0, 0
 -- A trigger whose whole term has passed: no next run.
@@ -18,5 +20,6 @@ EXEC vrn_Wts_TaskEnum N'DITTA2'
 
 -- One task by its name, whoever it belongs to.
 EXEC vrn_Wts_TaskInfo N'Nightly backup'
+EXEC vrn_Wts_TaskInfo N'x'
 EXEC vrn_Wts_TaskInfo N'{00000000-0000-0000-0000-0000000000C4}-DITTA1$SQL2.job'
 EXEC vrn_Wts_TaskInfo N'{00000000-0000-0000-0000-0000000000C5}-DITTA1'
