@@ -143,8 +143,6 @@ TEST_F(JobRun, StatusAfterARunFollowsTheTriggers) {
     } cases[] = {
         {"daily", {trigger(kTriggerDaily, 0)}, u"true", kTaskReady, kOk},
         {"ended", {trigger(kTriggerDaily, kTriggerFlagHasEndDate)}, u"true", kTaskNoMoreRuns, kTaskNoMoreRuns},
-        {"disabled trigger", {trigger(kTriggerDaily, kTriggerFlagDisabled)}, u"true", kTaskNoValidTriggers,
-         kTaskNoValidTriggers},
         {"at logon", {trigger(kTriggerAtLogon, 0)}, u"true", kTaskReady, jobs::kEventTrigger},
         {"no application", {trigger(kTriggerDaily, 0)}, u"", kTaskNotScheduled, kOk},
     };
