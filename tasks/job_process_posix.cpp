@@ -91,6 +91,9 @@ void WriteAll(int fd, const void* data, size_t size) {
     close_range(static_cast<unsigned>(reportPipe) + 1, ~0u, 0);
     (void)!chdir("/");  // pin no mount; every path used from here is absolute
     signal(SIGCHLD, SIG_DFL);
+    sigset_t none;  // the caller's thread may block the alarm below
+    sigemptyset(&none);
+    sigprocmask(SIG_SETMASK, &none, nullptr);
 
     StartReport report;
     int errorPipe[2];

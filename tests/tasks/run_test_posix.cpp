@@ -120,6 +120,51 @@ TEST_F(JobRun, MaxRunTimeStopsARunThatOverstays) {
     EXPECT_EQ(Status(u"slow"), kTaskNoValidTriggers);  // ran, not stopped by a user, no trigger
 }
 
+TEST_F(JobRun, StatusAfterARunFollowsTheTriggers) {
+    std::unique_ptr<Task> task = MakeTask(u"once");
+    ASSERT_EQ(task->Run(), kOk);
+    uint32_t code = 1;
+    ASSERT_TRUE(WaitFor([&] { return Open(u"once")->GetExitCode(&code) == kOk && code == 0; }));
+    const auto trigger = [](int32_t type, uint32_t flags) {
+        TASK_TRIGGER t{};
+        t.cbTriggerSize = sizeof t;
+        t.wBeginYear = 2007, t.wBeginMonth = 1, t.wBeginDay = 1;
+        t.wEndYear = 2008, t.wEndMonth = 1, t.wEndDay = 1;
+        t.TriggerType = type;
+        t.Type.Daily.DaysInterval = 1;
+        t.rgFlags = flags;
+        return t;
+    };
+    const struct {
+        const char* what;
+        std::vector<TASK_TRIGGER> triggers;
+        const char16_t* application;
+        int32_t status, next;
+    } cases[] = {
+        {"daily", {trigger(kTriggerDaily, 0)}, u"true", kTaskReady, kOk},
+        {"ended", {trigger(kTriggerDaily, kTriggerFlagHasEndDate)}, u"true", kTaskNoMoreRuns, kTaskNoMoreRuns},
+        {"at logon", {trigger(kTriggerAtLogon, 0)}, u"true", kTaskReady, jobs::kEventTrigger},
+        {"no application", {trigger(kTriggerDaily, 0)}, u"", kTaskNotScheduled, kOk},
+    };
+    for (const auto& c : cases) {
+        task = Open(u"once");
+        uint16_t count = 0;
+        while (task->GetTriggerCount(&count) == kOk && count > 0) ASSERT_EQ(task->DeleteTrigger(0), kOk);
+        for (const TASK_TRIGGER& t : c.triggers) {
+            uint16_t index = 0;
+            std::unique_ptr<Trigger> made;
+            ASSERT_EQ(task->CreateTrigger(&index, &made), kOk);
+            ASSERT_EQ(made->SetTrigger(t), kOk);
+        }
+        ASSERT_EQ(task->SetApplicationName(c.application), kOk);
+        ASSERT_EQ(Save(*task), kOk);
+        EXPECT_EQ(Status(u"once"), c.status) << c.what;
+        SystemTime next{};
+        EXPECT_EQ(Open(u"once")->GetNextRunTime(&next), c.next) << c.what;
+        EXPECT_EQ(next.year != 0, c.next == kOk) << c.what;
+    }
+}
+
 TEST_F(JobRun, AStartThatFailsShowsInTheExitCodeResult) {
     const struct {
         const char16_t* application;
