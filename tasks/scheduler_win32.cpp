@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "tasks/scheduler.h"
+#include "tasks/trigger_text.h"
 
 namespace vrn::tasks {
 namespace {
@@ -233,7 +234,9 @@ public:
     }
     int32_t DeleteTrigger(uint16_t index) override { return task_->DeleteTrigger(index); }
     int32_t GetTriggerString(uint16_t index, char16_t** text) override {
-        return task_->GetTriggerString(index, Wide(text));
+        const HRESULT result = task_->GetTriggerString(index, Wide(text));
+        // Wine has no trigger texts (E_NOTIMPL); ours read as the system's do.
+        return result == E_NOTIMPL ? TextOfTrigger(index, text) : result;
     }
 
     int32_t QueryPersistFile(std::unique_ptr<PersistFile>* persist) override {
@@ -246,6 +249,25 @@ public:
     }
 
 private:
+    int32_t TextOfTrigger(uint16_t index, char16_t** text) {
+        ComRef<ITaskTrigger> trigger;
+        HRESULT result = task_->GetTrigger(index, trigger.Out());
+        if (FAILED(result)) return result;
+        ::TASK_TRIGGER system{};
+        system.cbTriggerSize = sizeof system;
+        result = trigger->GetTrigger(&system);
+        if (FAILED(result)) return result;
+        TASK_TRIGGER ours;
+        std::memcpy(&ours, &system, sizeof ours);
+        const std::u16string words = TriggerText(ours);
+        const size_t bytes = (words.size() + 1) * sizeof(char16_t);
+        auto* copy = static_cast<char16_t*>(CoTaskMemAlloc(bytes));
+        if (copy == nullptr) return kOutOfMemory;
+        std::memcpy(copy, words.c_str(), bytes);
+        *text = copy;
+        return kOk;
+    }
+
     ComRef<ITask> task_;
 };
 
