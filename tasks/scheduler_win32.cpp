@@ -1,7 +1,7 @@
 // The system's task scheduler through its COM interfaces: each seam method is
 // one call of the interface behind it. A few adaptors absorb where wine's
-// scheduler answers otherwise than Windows'; each is a no-op on Windows, where
-// the first call already gives the answer the adaptor would make.
+// scheduler answers otherwise than Windows'; on Windows each leaves the
+// system's answer as it is.
 #include <windows.h>
 #include <mstask.h>
 #include <objidl.h>
@@ -332,8 +332,8 @@ public:
     int32_t Delete(const char16_t* name) override {
         // A null name crashes wine's scheduler, and the host with it.
         if (name == nullptr) return kInvalidArgument;
-        // Wine may still hold the job file of a task just saved or run (a
-        // sharing violation); Windows doesn't keep it open.
+        // Wine's service reads a job file whenever it changes (a Save, a Run),
+        // and a Delete that meets the read fails with a sharing violation.
         const ULONGLONG start = GetTickCount64();
         for (;;) {
             const HRESULT result = ByName(name, [this](LPCWSTR n) { return scheduler_->Delete(n); });
