@@ -1,7 +1,7 @@
 // The system's task scheduler through its COM interfaces: each seam method is
 // one call of the interface behind it. A few adaptors absorb where wine's
-// scheduler answers otherwise than Windows'; each is a no-op on Windows, where
-// the first call already gives the answer the adaptor would make.
+// scheduler answers otherwise than Windows'; on Windows each leaves the
+// system's answer as it is.
 #include <windows.h>
 #include <mstask.h>
 #include <objidl.h>
@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "tasks/scheduler.h"
+#include "tasks/trigger_text.h"
 
 namespace vrn::tasks {
 namespace {
@@ -233,7 +234,9 @@ public:
     }
     int32_t DeleteTrigger(uint16_t index) override { return task_->DeleteTrigger(index); }
     int32_t GetTriggerString(uint16_t index, char16_t** text) override {
-        return task_->GetTriggerString(index, Wide(text));
+        const HRESULT result = task_->GetTriggerString(index, Wide(text));
+        // Wine has no trigger texts (E_NOTIMPL); ours read as the system's do.
+        return result == E_NOTIMPL ? TextOfTrigger(index, text) : result;
     }
 
     int32_t QueryPersistFile(std::unique_ptr<PersistFile>* persist) override {
@@ -246,6 +249,25 @@ public:
     }
 
 private:
+    int32_t TextOfTrigger(uint16_t index, char16_t** text) {
+        ComRef<ITaskTrigger> trigger;
+        HRESULT result = task_->GetTrigger(index, trigger.Out());
+        if (FAILED(result)) return result;
+        ::TASK_TRIGGER system{};
+        system.cbTriggerSize = sizeof system;
+        result = trigger->GetTrigger(&system);
+        if (FAILED(result)) return result;
+        TASK_TRIGGER ours;
+        std::memcpy(&ours, &system, sizeof ours);
+        const std::u16string words = TriggerText(ours);
+        const size_t bytes = (words.size() + 1) * sizeof(char16_t);
+        auto* copy = static_cast<char16_t*>(CoTaskMemAlloc(bytes));
+        if (copy == nullptr) return kOutOfMemory;
+        std::memcpy(copy, words.c_str(), bytes);
+        *text = copy;
+        return kOk;
+    }
+
     ComRef<ITask> task_;
 };
 
@@ -310,8 +332,8 @@ public:
     int32_t Delete(const char16_t* name) override {
         // A null name crashes wine's scheduler, and the host with it.
         if (name == nullptr) return kInvalidArgument;
-        // Wine may still hold the job file of a task just saved or run (a
-        // sharing violation); Windows doesn't keep it open.
+        // Wine's service reads a job file whenever it changes (a Save, a Run),
+        // and a Delete that meets the read fails with a sharing violation.
         const ULONGLONG start = GetTickCount64();
         for (;;) {
             const HRESULT result = ByName(name, [this](LPCWSTR n) { return scheduler_->Delete(n); });
