@@ -7,6 +7,7 @@
 #include <iterator>
 #include <sstream>
 
+#include "host/exec/environment.h"
 #include "host/exec/runner.h"
 #include "host/exec/script.h"
 #include "host/exec/text.h"
@@ -89,7 +90,7 @@ int main(int argc, char** argv) {
             o.instance = *v;
         } else if (auto v = value("--task-store")) {
             if (v->empty()) return UsageError("--task-store needs a folder");
-            setenv("VRN_TASK_STORE", v->c_str(), 1);
+            vrn::exec::SetProcessVariable("VRN_TASK_STORE", *v);
         } else if (arg == "--run-due") {
             o.runDue = true;
         } else if (auto v = value("-Q")) {
