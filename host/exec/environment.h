@@ -1,11 +1,9 @@
-// The one environment variable vrn-exec sets for the library it loads.
+// Setting a variable of vrn-exec's own environment, which the library reads.
 #pragma once
-
-#include <string>
 
 namespace vrn::exec {
 
-// Sets name to value for this process and what it starts.
-void SetProcessVariable(const std::string& name, const std::string& value);
+// False when the system refuses it.
+bool SetEnvironment(const char* name, const char* value);
 
 }  // namespace vrn::exec

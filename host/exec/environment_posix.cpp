@@ -4,8 +4,6 @@
 
 namespace vrn::exec {
 
-void SetProcessVariable(const std::string& name, const std::string& value) {
-    (void)setenv(name.c_str(), value.c_str(), 1);
-}
+bool SetEnvironment(const char* name, const char* value) { return setenv(name, value, 1) == 0; }
 
 }  // namespace vrn::exec

@@ -4,8 +4,6 @@
 
 namespace vrn::exec {
 
-void SetProcessVariable(const std::string& name, const std::string& value) {
-    (void)_putenv_s(name.c_str(), value.c_str());
-}
+bool SetEnvironment(const char* name, const char* value) { return _putenv_s(name, value) == 0; }
 
 }  // namespace vrn::exec

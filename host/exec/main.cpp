@@ -1,6 +1,4 @@
 // vrn-exec: runs T-SQL batches against the library as the server would call it.
-#include <stdlib.h>
-
 #include <cstring>
 #include <fstream>
 #include <iostream>
@@ -90,7 +88,7 @@ int main(int argc, char** argv) {
             o.instance = *v;
         } else if (auto v = value("--task-store")) {
             if (v->empty()) return UsageError("--task-store needs a folder");
-            vrn::exec::SetProcessVariable("VRN_TASK_STORE", *v);
+            if (!vrn::exec::SetEnvironment("VRN_TASK_STORE", v->c_str())) return UsageError("can't set VRN_TASK_STORE");
         } else if (arg == "--run-due") {
             o.runDue = true;
         } else if (auto v = value("-Q")) {
