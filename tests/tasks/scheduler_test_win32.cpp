@@ -47,7 +47,7 @@ protected:
     }
 
     // Every name of the folder, as Next gives them.
-    static std::vector<std::u16string> List(Scheduler& scheduler, uint32_t batch = 20) {
+    static std::vector<std::u16string> List(Scheduler& scheduler) {
         SchedulerSource& source = SystemScheduler();
         std::vector<std::u16string> names;
         std::unique_ptr<WorkItemEnumerator> items;
@@ -56,7 +56,7 @@ protected:
         for (;;) {
             SchedulerMemory<char16_t*> array(source);
             uint32_t fetched = 0;
-            const int32_t result = items->Next(batch, array.Out(), &fetched);
+            const int32_t result = items->Next(20, array.Out(), &fetched);
             for (uint32_t i = 0; i < fetched; ++i) {
                 names.emplace_back(array.Get()[i]);
                 source.FreeMemory(array.Get()[i]);
