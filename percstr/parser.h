@@ -1,8 +1,8 @@
 // The parser driver shared by the three grammars: an LR machine over tables
-// that percstr/lalr.h builds once per grammar, with three parallel stacks
-// (states, values, locations) of 200 entries in its own frame that grow by
-// doubling, in one block, up to 10000. No error recovery: the first syntax
-// error ends the parse.
+// that percstr/lalr.h builds once per grammar, with its stacks of states,
+// values and locations (one array of entries) 200 deep in its own frame,
+// growing by doubling, in one block, up to 10000. No error recovery: the first
+// syntax error ends the parse.
 //
 // A grammar is a constexpr Grammar record: its tokens, precedence levels and
 // a table of rules, each a production with its action beside it:
