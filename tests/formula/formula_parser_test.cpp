@@ -59,7 +59,7 @@ TEST(PFormulaParse, AcceptedFormulasGiveRegisterAndNormalForm) {
         {"\t5\r\n", 0, 5, "+5 "},
         {"5\xE8*9999", 0, 5, "+5 "},  // a byte from 0x80 up ends the text
         {std::string("5\0*9999", 7), 0, 5, "+5 "},
-        {"=0 +5", 100, 5, "+5 "},  // the assignment of 0 is lost from the normal form
+        {"=0 +5", 100, 5, "=0 +5 "},  // an assignment of 0 changes the value: kept
     };
     for (const Row& row : rows) {
         const Outcome got = Normalize(row.text, row.start);
@@ -72,7 +72,7 @@ TEST(PFormulaParse, AcceptedFormulasGiveRegisterAndNormalForm) {
 TEST(PFormulaParse, WritesEachOperationInItsOneForm) {
     const char* const rows[][2] = {
         {"5", "+5 "},         {"-5", "-5 "},       {"+0", ""},
-        {"0%", ""},           {"=0", ""},          {"=5", "=5 "},
+        {"0%", ""},           {"=0", "=0 "},         {"=5", "=5 "},
         {"5%", "+5% "},       {"-5&", "-5& "},     {"*1.50", "*1.5 "},
         {"/0.1", "/0.1 "},    {".5", "+0.5 "},     {"00012", "+12 "},
         {"12345678.1234", "+12345678.1234 "},      {"ac(+2)", "AC(2) "},

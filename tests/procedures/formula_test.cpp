@@ -208,13 +208,6 @@ private:
         }
     }
 
-    std::string NonZeroNumber() {
-        for (;;) {
-            const std::string number = Number();
-            if (number.find_first_of("123456789") != std::string::npos) return number;
-        }
-    }
-
     std::string Item() {
         const char* signs[] = {"", "+", "-"};
         const char* rounding[] = {"AC", "AD", "AE", "ac", "aD"};
@@ -224,7 +217,7 @@ private:
             case 2: return signs[Pick(3)] + Number() + "&";
             case 3: return "*" + Number();
             case 4: return "/" + Number();
-            case 5: return "=" + NonZeroNumber();  // an assignment of 0 is dropped from the normal form
+            case 5: return "=" + Number();
             default: return std::string(rounding[Pick(5)]) + "(" + signs[Pick(3)] + std::to_string(Pick(5)) + ")";
         }
     }
@@ -259,15 +252,6 @@ TEST(FormulaProcedures, EvalOfTheNormalFormRepeatsTheParser) {
             << "\": " << read.value << " against " << parsed;
     }
     EXPECT_GT(accepted, 1000);
-}
-
-TEST(FormulaProcedures, TheDroppedAssignmentOfZeroIsTheOneDifference) {
-    const Normalized normalized = Normalize("=0 +5");
-    EXPECT_EQ(normalized.normalForm, "+5 ");
-    double parsed = 100;
-    EXPECT_EQ(PFormulaEvalText(&parsed, "=0 +5"), 0u);
-    EXPECT_EQ(parsed, 5);
-    EXPECT_EQ(Eval(normalized.normalForm, 100).value, 105);
 }
 
 }  // namespace
