@@ -30,7 +30,7 @@ ErrorText::~ErrorText() = default;
 namespace vrn::fuzz {
 namespace {
 
-// One row per export; a new family adds its rows here.
+// What a call of an export needs around it.
 enum ExportTrait : uint8_t {
     kPlain = 0,
     kTakesLock = 1,      // returns 1 when it took PercStrSymbMutex, which must be given back
@@ -43,6 +43,8 @@ struct Export {
     uint8_t traits;
 };
 
+// One row per export; a new family adds its rows here (and declares the
+// exports in fuzz.h). tests/fuzz/seeds.py reads this table for the order.
 constexpr Export kExports[] = {
     {"vrn_PercStrNormalize", vrn_PercStrNormalize, kPlain},
     {"vrn_PercStrEval", vrn_PercStrEval, kPlain},

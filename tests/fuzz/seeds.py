@@ -11,10 +11,7 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 CORPUS = ROOT / "tests/fuzz/corpus"
 
 # The export table of params_fuzz.cpp, in its order.
-EXPORTS = ["vrn_PercStrNormalize", "vrn_PercStrEval", "vrn_PercStrSymb_GetMutex", "vrn_PercStrSymb_ReleaseMutex",
-           "vrn_PercStrSymb_Init", "vrn_PercStrSymb_SetVar", "vrn_PercStrSymb_Eval", "vrn_PercStrSymb_ErrorInfo",
-           "vrn_PFormula_Eval", "vrn_PFormula_Normalize", "vrn_CountBitsOn", "vrn_Debugout", "vrn_GetFolderPath",
-           "vrn_GetSrvInfo", "vrn_StrToFile"]
+EXPORTS = re.findall(r'^\s*\{"(\w+)", \w+, \w+\},', (ROOT / "tests/fuzz/params_fuzz.cpp").read_text(), re.M)
 # Indexes into kTypes of params_fuzz.cpp.
 VARCHAR, NVARCHAR, INT, SMALLINT, TINYINT, BIT, FLOAT, REAL, NULLTYPE = 1, 3, 9, 8, 7, 10, 11, 12, 15
 
