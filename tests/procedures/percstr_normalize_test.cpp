@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
-#include <barrier>
+#include <condition_variable>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -12,6 +13,29 @@ namespace {
 
 using host::CallResult;
 using host::Param;
+
+// Two threads wait here for each other, round after round. Not std::barrier:
+// in the Windows build its wait hung now and then.
+class Meeting {
+public:
+    void Meet() {
+        std::unique_lock<std::mutex> lock(mutex_);
+        const uint64_t round = round_;
+        if (++arrived_ == 2) {
+            arrived_ = 0;
+            ++round_;
+            met_.notify_all();
+            return;
+        }
+        met_.wait(lock, [&] { return round_ != round; });
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable met_;
+    int arrived_ = 0;
+    uint64_t round_ = 0;
+};
 
 std::vector<Param> NormalizeCall(Param text, uint32_t resultSize = 30) {
     return {std::move(text), host::Output(host::VarChar("", resultSize))};
@@ -61,9 +85,9 @@ TEST(VrnPercStrNormalize, CallsHeldSideBySideKeepTheirOwnText) {
             serial[t].push_back(answer(lib.Call("vrn_PercStrNormalize", NormalizeCall(host::VarChar(text)))));
         }
     }
-    std::barrier meet(2);
+    Meeting meeting;
     host::CallOptions options;
-    options.onValueTransfer = [&meet] { meet.arrive_and_wait(); };
+    options.onValueTransfer = [&meeting] { meeting.Meet(); };
     std::vector<std::thread> threads;
     for (int t = 0; t < 2; ++t) {
         threads.emplace_back([&, t] {
