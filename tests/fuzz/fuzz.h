@@ -27,6 +27,22 @@ int32_t vrn_Debugout(SRV_PROC* srvproc);
 int32_t vrn_GetFolderPath(SRV_PROC* srvproc);
 int32_t vrn_GetSrvInfo(SRV_PROC* srvproc);
 int32_t vrn_StrToFile(SRV_PROC* srvproc);
+int32_t vrn_Wts_TaskCreate(SRV_PROC* srvproc);
+int32_t vrn_Wts_TaskDelete(SRV_PROC* srvproc);
+int32_t vrn_Wts_TaskRun(SRV_PROC* srvproc);
+int32_t vrn_Wts_TaskTerminate(SRV_PROC* srvproc);
+int32_t vrn_Wts_TaskGetFlags(SRV_PROC* srvproc);
+int32_t vrn_Wts_TaskGetStatus(SRV_PROC* srvproc);
+int32_t vrn_Wts_TaskSetFlags(SRV_PROC* srvproc);
+int32_t vrn_Wts_TaskSetMaxRunTime(SRV_PROC* srvproc);
+int32_t vrn_Wts_TaskEnableAll(SRV_PROC* srvproc);
+int32_t vrn_Wts_TaskDisableAll(SRV_PROC* srvproc);
+int32_t vrn_Wts_TaskEnum(SRV_PROC* srvproc);
+int32_t vrn_Wts_TaskInfo(SRV_PROC* srvproc);
+int32_t vrn_Wts_TriggerCreate(SRV_PROC* srvproc);
+int32_t vrn_Wts_TriggerUpdate(SRV_PROC* srvproc);
+int32_t vrn_Wts_TriggerDelete(SRV_PROC* srvproc);
+int32_t vrn_Wts_TriggerEnum(SRV_PROC* srvproc);
 }
 
 namespace vrn::fuzz {

@@ -2,13 +2,14 @@
 // with lengths shorter or longer than the type says, NULL and OUTPUT flags,
 // and a host that can't describe them. Nothing may crash or read past a value;
 // calls that pass the judging run against stand-ins for the file system,
-// the system log and the domain.
+// the system log, the domain and the scheduler.
 #include <cstring>
 #include <string>
 #include <vector>
 
 #include "frame/srv.h"
 #include "tests/fuzz/fuzz.h"
+#include "tests/procedures/scheduler_double.h"
 #include "utilities/debug_output.h"
 #include "utilities/file_io.h"
 #include "utilities/server_info.h"
@@ -35,6 +36,7 @@ enum ExportTrait : uint8_t {
     kPlain = 0,
     kTakesLock = 1,      // returns 1 when it took PercStrSymbMutex, which must be given back
     kMayCreate = 2,      // its integer may ask to create a folder: that bit is cleared
+    kScheduler = 4,      // talks to the scheduler: the in-memory double, emptied before each call
 };
 
 struct Export {
@@ -61,6 +63,22 @@ constexpr Export kExports[] = {
     {"vrn_GetFolderPath", vrn_GetFolderPath, kMayCreate},
     {"vrn_GetSrvInfo", vrn_GetSrvInfo, kPlain},
     {"vrn_StrToFile", vrn_StrToFile, kPlain},
+    {"vrn_Wts_TaskCreate", vrn_Wts_TaskCreate, kScheduler},
+    {"vrn_Wts_TaskDelete", vrn_Wts_TaskDelete, kScheduler},
+    {"vrn_Wts_TaskRun", vrn_Wts_TaskRun, kScheduler},
+    {"vrn_Wts_TaskTerminate", vrn_Wts_TaskTerminate, kScheduler},
+    {"vrn_Wts_TaskGetFlags", vrn_Wts_TaskGetFlags, kScheduler},
+    {"vrn_Wts_TaskGetStatus", vrn_Wts_TaskGetStatus, kScheduler},
+    {"vrn_Wts_TaskSetFlags", vrn_Wts_TaskSetFlags, kScheduler},
+    {"vrn_Wts_TaskSetMaxRunTime", vrn_Wts_TaskSetMaxRunTime, kScheduler},
+    {"vrn_Wts_TaskEnableAll", vrn_Wts_TaskEnableAll, kScheduler},
+    {"vrn_Wts_TaskDisableAll", vrn_Wts_TaskDisableAll, kScheduler},
+    {"vrn_Wts_TaskEnum", vrn_Wts_TaskEnum, kScheduler},
+    {"vrn_Wts_TaskInfo", vrn_Wts_TaskInfo, kScheduler},
+    {"vrn_Wts_TriggerCreate", vrn_Wts_TriggerCreate, kScheduler},
+    {"vrn_Wts_TriggerUpdate", vrn_Wts_TriggerUpdate, kScheduler},
+    {"vrn_Wts_TriggerDelete", vrn_Wts_TriggerDelete, kScheduler},
+    {"vrn_Wts_TriggerEnum", vrn_Wts_TriggerEnum, kScheduler},
 };
 
 // Type codes a server sends, and their usual maxLength; 0 for a declared length.
@@ -130,6 +148,11 @@ public:
     void ReleaseDomainController(const DomainControllerInfo*) override {}
 };
 
+tasks::testing::SchedulerDouble& Scheduler() {
+    static tasks::testing::SchedulerDouble scheduler;  // the current source from its first use on
+    return scheduler;
+}
+
 int RunOne(const uint8_t* data, size_t size) {
     if (size > 4096) return -1;
     Reader in(data, size);
@@ -143,9 +166,20 @@ int RunOne(const uint8_t* data, size_t size) {
             if (param.value.size() > 1) param.value[1] &= 0x7F;
         }
     }
+    if (target.traits & kScheduler) {
+        Scheduler().tasks.clear();
+        Scheduler().log.clear();
+        tasks::testing::StoredTask& task = Scheduler().Add(u"{6F9619FF-8B86-D011-B42D-00C04FC964FF}-1");
+        task.applicationName = u"app.exe";
+        task.parameters = u"/Task=1 /Ditta=6F9619FF-8B86-D011-B42D-00C04FC964FF";
+        task.triggers.resize(2);
+    }
     host::CallOptions options;
     options.failParamInfo = shape >= 0xF0;
     const host::CallResult result = host::Invoke(target.procedure, std::move(params), options);
+    if ((target.traits & kScheduler) && !Scheduler().Balance().empty()) {
+        Broken(std::string(target.name) + " keeps what the scheduler handed out: " + Scheduler().Balance(), data, size);
+    }
     if ((target.traits & kTakesLock) && result.returnCode == 1) {
         if (Call(vrn_PercStrSymb_ReleaseMutex, {}).returnCode == 0) Broken("the lock taken can't be given back", data, size);
     }
