@@ -10,14 +10,23 @@
 
 namespace vrn::fuzz {
 
+namespace {
+
+char home[] = "/tmp/vrn-fuzz-XXXXXX";
+
+// Nothing is made in it (the folder procedure's create flag is cleared), so it goes empty.
+void RemoveHome() { (void)::rmdir(home); }
+
+}  // namespace
+
 void StartLibrary() {
     static bool started = false;
     if (started) return;
     started = true;
     (void)LibraryEntry(1);
-    char folder[] = "/tmp/vrn-fuzz-XXXXXX";
-    if (::mkdtemp(folder) == nullptr) std::abort();
-    ::setenv("HOME", folder, 1);
+    if (::mkdtemp(home) == nullptr) std::abort();
+    std::atexit(RemoveHome);
+    ::setenv("HOME", home, 1);
     for (const char* name : {"XDG_CONFIG_HOME", "XDG_DATA_HOME", "XDG_CACHE_HOME"}) ::unsetenv(name);
 }
 
