@@ -49,7 +49,7 @@ vrn_pg_start() {
     chmod 755 "$VRN_PG_DIR"
   fi
   export PGHOST=$VRN_PG_DIR/socket PGPORT=54329 PGUSER=postgres PGDATABASE=postgres
-  $VRN_PG_AS "$VRN_PG_TREE$VRN_PG_BINDIR/initdb" -D "$VRN_PG_DIR/data" -U postgres --auth=trust \
+  $VRN_PG_AS "$VRN_PG_TREE$VRN_PG_BINDIR/initdb" -D "$VRN_PG_DIR/data" -U postgres --auth=trust --no-sync \
     -E UTF8 --locale=C.UTF-8 >"$VRN_PG_DIR/initdb.log" 2>&1 || { cat "$VRN_PG_DIR/initdb.log" >&2; return 1; }
   {
     echo "listen_addresses = ''"

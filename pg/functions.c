@@ -114,7 +114,7 @@ Raise(const Refusal *r)
     switch (r->kind)
     {
         case kTooLong:
-            ereport(ERROR, (errcode(code), errmsg("%s \"%.*s\" is too long", r->subject, r->textLength, r->text),
+            ereport(ERROR, (errcode(code), errmsg("%s is too long", r->subject),
                             errdetail("%d characters, at most %d", r->actual, r->limit)));
             break;
         case kNotInCodePage:
