@@ -113,7 +113,8 @@ int32_t Reduce(const char* text, int32_t mode, const VrnPgSymbVar* vars, int32_t
         *length = capacity;
         return kVrnPgDone;
     }
-    if (code != vrn::kPercStrSymbFailed) return kVrnPgNoMemory;
+    if (code == vrn::kPercStrSymbNoBuffer) return kVrnPgNoMemory;
+    if (code != vrn::kPercStrSymbFailed) return kVrnPgFailed;  // 22 bytes always hold the result
     if (vrn::PercStrSymbErrorPos == kNoErrorMark) return kVrnPgOverflow;
     fault->position = static_cast<uint32_t>(vrn::PercStrSymbErrorPos);
     fault->length = static_cast<uint32_t>(vrn::PercStrSymbErrorLen);
