@@ -134,9 +134,13 @@ int32_t FormulaOutcome(vrn::PFormulaCode code, VrnPgFault* fault) {
 
 extern "C" {
 
-int32_t VrnPgPercStrNormalize(const char* text, char* normalized, uint32_t* length) {
-    *length = VRN_PG_NORMALIZE_MAX + 1;
-    return vrn::PercStrNormalizeText(text, normalized, length);
+int32_t VrnPgPercStrNormalize(const char* text, char* normalized, uint32_t* length, int32_t* defects) {
+    VrnPgFault fault;
+    return Guarded(&fault, [&] {
+        *length = VRN_PG_NORMALIZE_MAX + 1;
+        *defects = vrn::PercStrNormalizeText(text, normalized, length);
+        return kVrnPgDone;
+    });
 }
 
 int32_t VrnPgPercStrEvaluate(const char* text, int32_t mode, double* value, VrnPgFault* fault) {

@@ -51,8 +51,8 @@ typedef struct VrnPgSymbVar {
 } VrnPgSymbVar;
 
 /* The canonical form of at most 21 characters into normalized (22 bytes);
- * *length gets its length. Returns the count of characters thrown away. */
-int32_t VrnPgPercStrNormalize(const char* text, char* normalized, uint32_t* length);
+ * *length gets its length, *defects the count of characters thrown away. */
+int32_t VrnPgPercStrNormalize(const char* text, char* normalized, uint32_t* length, int32_t* defects);
 
 /* The number of a percentage string in mode 0, 1 or 2 (any other mode word
  * means 2); the empty text gives the mode's starting value. */

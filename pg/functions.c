@@ -318,12 +318,19 @@ PercStrNormalizeCall(FunctionCallInfo fcinfo, bool soft, bool defects)
     char normalized[VRN_PG_NORMALIZE_MAX + 1];
     uint32_t length;
     int32_t errors;
+    int32_t outcome;
     EngineText input;
+    VrnPgFault fault = {0};
     Refusal r = {0};
 
     if (!ReadArgument(PG_GETARG_TEXT_PP(0), kPercStr, VRN_PG_NORMALIZE_MAX, buffer, sizeof buffer, &input, &r))
         return Refused(fcinfo, soft, &r);
-    errors = VrnPgPercStrNormalize(input.bytes, normalized, &length);
+    outcome = VrnPgPercStrNormalize(input.bytes, normalized, &length, &errors);
+    if (outcome != kVrnPgDone)
+    {
+        SetEngineRefusal(outcome, &fault, &r);
+        return Refused(fcinfo, soft, &r);
+    }
     if (defects)
         PG_RETURN_INT32(errors);
     PG_RETURN_TEXT_P(ServerText(normalized, (int) length));
