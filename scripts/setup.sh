@@ -1,11 +1,12 @@
 #!/usr/bin/env bash
 # Installs what the build needs on a Debian machine, only where it is missing.
-#   scripts/setup.sh [PART...]   parts: build, tests, fuzz, windows; none: all
+#   scripts/setup.sh [PART...]   parts: build, tests, fuzz, windows, pg; none: all
 # build: the library and vrn-exec. tests: GoogleTest and Google Benchmark.
 # fuzz: clang with libFuzzer. windows: the cross compiler and wine.
+# pg: a PostgreSQL server to test the extension in, and its build support.
 set -euo pipefail
 parts=("$@")
-((${#parts[@]})) || parts=(build tests fuzz windows)
+((${#parts[@]})) || parts=(build tests fuzz windows pg)
 
 install() {  # install [--no-install-recommends] PACKAGE...
   local options=()
@@ -29,6 +30,7 @@ for part in "${parts[@]}"; do
     # gtest sources to cross-build, and wine to run the result. Recommends would
     # pull in a desktop's worth of graphics and sound; a headless run needs none.
     windows) install --no-install-recommends g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 googletest wine64 wine ;;
-    *) echo "unknown part: $part (build, tests, fuzz, windows)" >&2; exit 2 ;;
+    pg) install --no-install-recommends postgresql-15 postgresql-server-dev-15 ;;
+    *) echo "unknown part: $part (build, tests, fuzz, windows, pg)" >&2; exit 2 ;;
   esac
 done
