@@ -93,7 +93,9 @@ TEST(Calls, RefusalsAndCompletionOfEveryProcedure) {
         {"vrn_PercStrSymb_SetVar", {NVarChar(u"Cliente"), text}, "-1 M D"},
         {"vrn_PercStrSymb_SetVar", {VarChar("Cliente"), Output(text)}, "-1 M D"},
         {"vrn_PercStrSymb_SetVar", {Null(167, 40), text}, "-1 D"},
+        {"vrn_PercStrSymb_SetVar", {VarChar(std::string(40, 'a')), text}, "1 D"},  // no such name
         {"vrn_PercStrSymb_SetVar", {VarChar(std::string(41, 'a')), text}, "-1 M D"},
+        {"vrn_PercStrSymb_SetVar", {VarChar("Cliente"), VarChar(std::string(20, '1'))}, "0 D"},
         {"vrn_PercStrSymb_SetVar", {VarChar("Cliente"), VarChar(std::string(21, '1'))}, "-1 M D"},
         {"vrn_PercStrSymb_SetVar", {VarChar("Cliente"), Null(167, 20)}, "0 D"},
         {"vrn_PercStrSymb_Eval", {text}, "-1 M D"},
@@ -105,6 +107,7 @@ TEST(Calls, RefusalsAndCompletionOfEveryProcedure) {
         {"vrn_PercStrSymb_Eval", {VarChar(std::string(1002, '1')), out30}, "0 M O2:0 D"},
         {"vrn_PercStrSymb_Eval", {VarChar("MIN("), Output(VarChar("", 1))}, "-3 O2:0 D"},  // a failure fits
         {"vrn_PercStrSymb_Eval", {VarChar("Cliente"), Output(VarChar("", 1))}, "0 O2:0 D"},  // set empty above
+        {"vrn_PercStrSymb_Eval", {VarChar("10+10"), Output(VarChar("", 5))}, "0 O2:5 D"},
         {"vrn_PercStrSymb_Eval", {VarChar("10+10"), Output(VarChar("", 4))}, "0 M O2:0 D"},
         {"vrn_PercStrSymb_ErrorInfo", {Output(host::SmallInt(0)), Output(host::TinyInt(0))}, "0 O1:4 O2:4 D"},
         {"vrn_PercStrSymb_ErrorInfo", {Output(Int(0))}, inv + " M D"},
