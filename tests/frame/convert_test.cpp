@@ -18,6 +18,8 @@ TEST(SqlDateTime, ConvertsTheTable) {
     const Case cases[] = {
         {{0, 0, 0, 0, 12, 30, 0, 0}, 0, 0, 1},  // the time of a NULL date isn't looked at
         {{0, 3, 0, 0, 0, 0, 1, 0}, -1, 300, 0},  // only all three zero is NULL
+        {{7, 0, 0, 0, 0, 0, 1, 0}, -1, 300, 0},
+        {{0, 0, 0, 5, 0, 0, 1, 0}, -1, 300, 0},
         {{1900, 1, 0, 1, 0, 0, 1, 0}, 0, 300, 0},
         {{1900, 1, 0, 1, 0, 0, 0, 3}, 0, 0, 0},
         {{1900, 1, 0, 1, 0, 0, 0, 4}, 0, 1, 0},
@@ -85,7 +87,7 @@ TEST(TextConversion, NullEmptyAndEveryByteThereAndBack) {
 
 TEST(TextConversion, FollowsWindows1252) {
     const std::pair<unsigned char, char16_t> cases[] = {
-        {0x80, u'\u20AC'}, {0x81, u'\u0081'}, {0x9D, u'\u009D'}, {0x9F, u'\u0178'}, {0xE8, u'\u00E8'}};
+        {0x80, u'\u20AC'}, {0x81, u'\u0081'}, {0x92, u'\u2019'}, {0x9D, u'\u009D'}, {0x9F, u'\u0178'}, {0xE8, u'\u00E8'}};
     for (const auto& [byte, expected] : cases) {
         const char text[] = {static_cast<char>(byte), '\0'};
         EXPECT_EQ(WidePtr(AnsiToWide(text)).get()[0], expected) << int{byte};

@@ -92,14 +92,20 @@ TEST(JudgeParams, VerdictOfTheWholeCall) {
     }
 }
 
+// Information 1 and error 2001, both class 1 and state 0, each text at most 2047 characters.
 TEST(SendMessage, TheLongestTextGoesOutWholeALongerOneEmpty) {
     for (const size_t length : {2047u, 2048u}) {
         const std::string text(length, 'm');
-        const h::CallResult r = Invoke([&](SRV_PROC* p) { return SendMessage(p, "%s", text.c_str()), 0; }, {});
-        ASSERT_EQ(r.messages.size(), 1u);
-        EXPECT_EQ(r.messages[0].text, length == 2047 ? text : "") << length;
-        const h::Message& m = r.messages[0];  // information 1, class 1, state 0
-        EXPECT_EQ(std::make_tuple(m.type, m.number, int{m.msgClass}, int{m.state}), std::make_tuple(1, 1, 1, 0));
+        const h::CallResult r = Invoke(
+            [&](SRV_PROC* p) { return SendMessage(p, "%s", text.c_str()) + SendErrorMessage(p, "%s", text.c_str()); },
+            {});
+        ASSERT_EQ(r.messages.size(), 2u);
+        for (const h::Message& m : r.messages) {
+            EXPECT_EQ(m.text, length == 2047 ? text : "") << length;
+            EXPECT_EQ(std::make_tuple(m.number, int{m.msgClass}, int{m.state}),
+                      std::make_tuple(m.type == 1 ? 1 : 2001, 1, 0));
+        }
+        EXPECT_EQ(r.messages[1].type, 2);
     }
 }
 
