@@ -4,8 +4,8 @@
 // doubling, in one block, up to 10000. No error recovery: the first syntax
 // error ends the parse.
 //
-// A grammar is a Grammar record: its tokens, precedence levels and a table
-// of rules, each a production with its action beside it:
+// A grammar is a constexpr Grammar record: its tokens, precedence levels and
+// a table of rules, each a production with its action beside it:
 //
 //     {"expr: expr '+' expr", [](Reduce& r) { r.value = r[1] + r[3]; }},
 //
@@ -14,15 +14,22 @@
 // symbol's value and the span of the right side), r.context the caller's
 // record. r.Abort() ends the parse with result 1 once the action returns.
 // A rule without an action keeps the preset value.
+//
+// Parser<kGrammar> takes the grammar at compile time: the token request and
+// every action are direct calls that the compiler can inline into the loop,
+// and each reduction knows its length.
 #pragma once
 
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <span>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
+#include "percstr/build_once.h"
 #include "percstr/lalr.h"
 #include "percstr/scanner.h"
 
@@ -35,8 +42,13 @@ inline constexpr int32_t kParseExhausted = 2;
 inline constexpr int kParserInitialDepth = 200;
 inline constexpr int kParserMaxDepth = 10000;
 
-// The location type of a grammar without locations.
-struct NoLocation {};
+// The location type of a grammar without locations, and the stack location
+// of one whose actions don't read locations: it takes any location and keeps nothing.
+struct NoLocation {
+    constexpr NoLocation() = default;
+    template <class Location>
+    constexpr explicit NoLocation(const Location&) {}
+};
 
 inline NoLocation InitialLocation(NoLocation) { return {}; }
 inline NoLocation SpanLocation(NoLocation, NoLocation) { return {}; }
@@ -59,12 +71,9 @@ struct ParserMemory {
 };
 
 template <class Value, class Location, class Context>
-class Parser;
-
-template <class Value, class Location, class Context>
 class Reduction {
 public:
-    Reduction(Context* context, Value* rhs, Location* rhsLocations, Value& value, Location& location)
+    Reduction(Context* context, const Value* rhs, const Location* rhsLocations, Value& value, Location& location)
         : context(context), value(value), location(location), rhs_(rhs), rhsLocations_(rhsLocations) {}
 
     [[nodiscard]] const Value& operator[](int i) const { return rhs_[i - 1]; }
@@ -77,18 +86,8 @@ public:
     Location& location;
 
 private:
-    friend class Parser<Value, Location, Context>;
-
-    // The driver keeps one record for the whole parse and points it at each
-    // right side in turn.
-    void Begin(Value* rhs, Location* rhsLocations) {
-        rhs_ = rhs;
-        rhsLocations_ = rhsLocations;
-        aborted_ = false;
-    }
-
-    Value* rhs_;
-    Location* rhsLocations_;
+    const Value* rhs_;
+    const Location* rhsLocations_;
     bool aborted_ = false;
 };
 
@@ -100,9 +99,16 @@ struct Lookahead {
     Location location;
 };
 
-template <class Value, class Location, class Context>
+// StackLocation is what the stacks keep for each symbol and the actions read
+// (r.At, r.location): Location, or NoLocation for a grammar whose actions
+// never ask, which saves the copying.
+template <class Value, class Location, class Context, class StackLocation = Location>
 struct Grammar {
-    using Reduce = Reduction<Value, Location, Context>;
+    using ValueType = Value;
+    using LocationType = Location;
+    using StackLocationType = StackLocation;
+    using ContextType = Context;
+    using Reduce = Reduction<Value, StackLocation, Context>;
     struct Rule {
         const char* production;
         void (*action)(Reduce& r) = nullptr;
@@ -119,16 +125,42 @@ struct Grammar {
     Lookahead<Value, Location>* sharedLookahead = nullptr;
 };
 
-template <class Value, class Location, class Context>
+// The number of symbols on the right side of a production text: the words
+// behind the colon, up to a %prec.
+constexpr int RightSideLength(const char* production) {
+    while (*production != 0 && *production != ':') ++production;
+    int words = 0;
+    bool inWord = false;
+    for (const char* p = *production ? production + 1 : production; *p != 0; ++p) {
+        const bool blank = *p == ' ' || *p == '\t';
+        if (!blank && !inWord) {
+            if (*p == '%') break;
+            ++words;
+        }
+        inWord = !blank;
+    }
+    return words;
+}
+
+template <const auto& G>
 class Parser {
 public:
-    using GrammarType = Grammar<Value, Location, Context>;
-    static_assert(std::is_trivially_copyable_v<Value> && std::is_trivially_copyable_v<Location>,
+    using GrammarType = std::remove_cvref_t<decltype(G)>;
+    using Value = typename GrammarType::ValueType;
+    using Location = typename GrammarType::LocationType;
+    using StackLocation = typename GrammarType::StackLocationType;
+    using Context = typename GrammarType::ContextType;
+    using Reduce = typename GrammarType::Reduce;
+    static_assert(std::is_trivially_copyable_v<Value> && std::is_trivially_copyable_v<StackLocation>,
                   "stack entries are moved as bytes when the stacks grow");
 
-    explicit Parser(const GrammarType& grammar)
-        : grammar_(grammar), tables_(lalr::BuildParseTables(GrammarTextOf(grammar))) {
-        BuildDriverTables();
+    // The grammar's parser with its tables, built at the first call; null
+    // when memory ran out for them (the next call tries again).
+    [[nodiscard]] static const Parser* Get() noexcept {
+        return BuiltOrNull([]() -> const Parser& {
+            static const Parser parser;
+            return parser;
+        });
     }
 
     // kParseAccepted, kParseSyntaxError (also for an aborting action) or kParseExhausted.
@@ -137,18 +169,15 @@ public:
     [[nodiscard]] const lalr::ParseTables& Tables() const { return tables_; }
 
 private:
-    static lalr::GrammarText GrammarTextOf(const GrammarType& grammar) {
-        lalr::GrammarText text{grammar.tokens, grammar.precedence, {}};
-        for (const auto& rule : grammar.rules) text.productions.push_back(rule.production);
+    static constexpr size_t kRuleCount = G.rules.size();
+
+    Parser() : tables_(lalr::BuildParseTables(GrammarText())) { BuildDriverTables(); }
+
+    static lalr::GrammarText GrammarText() {
+        lalr::GrammarText text{G.tokens, G.precedence, {}};
+        for (const auto& rule : G.rules) text.productions.push_back(rule.production);
         return text;
     }
-
-    // What a reduction needs of its production, in one place.
-    struct RuleStep {
-        void (*action)(typename GrammarType::Reduce& r);
-        uint16_t lhs;
-        uint8_t length;
-    };
 
     // The driver's own forms of the tables: the action table with each
     // state's default written into its empty entries, and per state the
@@ -167,24 +196,32 @@ private:
                 immediateAction_[at] = static_cast<int16_t>(-tables_.defaultRule[at]);
             }
         }
-        ruleSteps_.resize(tables_.ruleLhs.size());
-        for (size_t rule = 1; rule < ruleSteps_.size() && rule <= grammar_.rules.size(); ++rule) {
-            ruleSteps_[rule] = RuleStep{grammar_.rules[rule - 1].action, tables_.ruleLhs[rule], tables_.ruleLength[rule]};
+        // The driver counts each right side itself; the builder must agree.
+        for (size_t rule = 0; rule < kRuleCount && rule + 1 < tables_.ruleLength.size(); ++rule) {
+            if (tables_.ruleLength[rule + 1] != RightSideLength(G.rules[rule].production)) {
+                tables_.problems.push_back(std::string("right side miscounted in \"") + G.rules[rule].production + "\"");
+                tables_.stateCount = 0;
+            }
         }
     }
 
     class Stacks;
+    struct Frame;
 
-    const GrammarType& grammar_;
+    template <size_t I>
+    static int ReduceBy(Frame& frame, Value& value, StackLocation& location);
+    template <size_t... I>
+    static int ReduceDispatch(int rule, Frame& frame, Value& value, StackLocation& location,
+                              std::index_sequence<I...>);
+
     lalr::ParseTables tables_;
     std::vector<int16_t> resolvedAction_;
     std::vector<int16_t> immediateAction_;
-    std::vector<RuleStep> ruleSteps_;  // per production, 0 unused
 };
 
 // The three stacks: first in the frame, then in one block of the heap.
-template <class Value, class Location, class Context>
-class Parser<Value, Location, Context>::Stacks {
+template <const auto& G>
+class Parser<G>::Stacks {
 public:
     Stacks() = default;
     Stacks(const Stacks&) = delete;
@@ -195,7 +232,7 @@ public:
 
     int16_t* states = initialStates_;
     Value* values = initialValues_;
-    Location* locations = initialLocations_;
+    StackLocation* locations = initialLocations_;
     int capacity = kParserInitialDepth;
 
     // Called when the last entry of the capacity has been written: doubles
@@ -205,16 +242,16 @@ public:
         if (capacity >= kParserMaxDepth) return false;
         const int grown = capacity * 2 < kParserMaxDepth ? capacity * 2 : kParserMaxDepth;
         const size_t cap = static_cast<size_t>(grown);
-        const size_t locationsAt = AlignUp(cap * sizeof(Value), alignof(Location));
-        const size_t statesAt = AlignUp(locationsAt + cap * sizeof(Location), alignof(int16_t));
+        const size_t locationsAt = AlignUp(cap * sizeof(Value), alignof(StackLocation));
+        const size_t statesAt = AlignUp(locationsAt + cap * sizeof(StackLocation), alignof(int16_t));
         auto* block = static_cast<unsigned char*>(ParserMemory::allocate(statesAt + cap * sizeof(int16_t)));
         if (block == nullptr) return false;
         const size_t used = static_cast<size_t>(capacity);
         auto* newValues = reinterpret_cast<Value*>(block);
-        auto* newLocations = reinterpret_cast<Location*>(block + locationsAt);
+        auto* newLocations = reinterpret_cast<StackLocation*>(block + locationsAt);
         auto* newStates = reinterpret_cast<int16_t*>(block + statesAt);
         std::memcpy(static_cast<void*>(newValues), values, used * sizeof(Value));
-        std::memcpy(static_cast<void*>(newLocations), locations, used * sizeof(Location));
+        std::memcpy(static_cast<void*>(newLocations), locations, used * sizeof(StackLocation));
         std::memcpy(newStates, states, used * sizeof(int16_t));
         if (block_ != nullptr) ParserMemory::release(block_);
         block_ = block;
@@ -226,58 +263,103 @@ public:
     }
 
 private:
-    static_assert(alignof(Value) <= alignof(std::max_align_t) && alignof(Location) <= alignof(std::max_align_t));
+    static_assert(alignof(Value) <= alignof(std::max_align_t) && alignof(StackLocation) <= alignof(std::max_align_t));
     static size_t AlignUp(size_t offset, size_t alignment) { return (offset + alignment - 1) / alignment * alignment; }
 
     void* block_ = nullptr;
     int16_t initialStates_[kParserInitialDepth];
     Value initialValues_[kParserInitialDepth];
-    Location initialLocations_[kParserInitialDepth];
+    StackLocation initialLocations_[kParserInitialDepth];
 };
 
-template <class Value, class Location, class Context>
-int32_t Parser<Value, Location, Context>::Parse(Context* context) const {
+// What a reduction reads: the stacks' arrays, the top entry and the caller's record.
+template <const auto& G>
+struct Parser<G>::Frame {
+    Value* values;
+    StackLocation* locations;
+    int top;
+    Context* context;
+};
+
+// Rule I + 1: the left side's value and location from the right side's, and
+// the action. The right side's length, or -1 when the action aborted.
+template <const auto& G>
+template <size_t I>
+inline int Parser<G>::ReduceBy(Frame& frame, Value& value, StackLocation& location) {
+    constexpr int length = RightSideLength(G.rules[I].production);
+    const int first = frame.top - length + 1;
+    if constexpr (length > 0) {
+        value = frame.values[first];
+        location = SpanLocation(frame.locations[first], frame.locations[frame.top]);
+    } else {
+        value = Value{};
+        location = EmptyLocationAfter(frame.locations[frame.top]);
+    }
+    if constexpr (G.rules[I].action != nullptr) {
+        Reduce reduce(frame.context, frame.values + first, frame.locations + first, value, location);
+        G.rules[I].action(reduce);
+        if (reduce.Aborted()) return -1;
+    }
+    return length;
+}
+
+// Runs the reduction by `rule` (1-based); its right side's length, or -1
+// when the action aborted. The equality chain compiles to one jump table.
+template <const auto& G>
+template <size_t... I>
+inline int Parser<G>::ReduceDispatch(int rule, Frame& frame, Value& value, StackLocation& location,
+                                     std::index_sequence<I...>) {
+    int length = -1;
+    (void)((rule == static_cast<int>(I + 1) && (length = ReduceBy<I>(frame, value, location), true)) || ...);
+    return length;
+}
+
+template <const auto& G>
+int32_t Parser<G>::Parse(Context* context) const {
     constexpr int32_t kNoLookahead = -1;
     if (tables_.stateCount == 0) return kParseSyntaxError;  // a grammar that didn't build
 
-    // The tables as plain arrays: the token requests and actions are calls
-    // the compiler can't see through, and the vectors would be read anew after each.
+    // The tables as plain arrays in locals: the vectors would be read anew
+    // behind every store to the stacks.
     const int16_t* const actions = resolvedAction_.data();
     const int16_t* const immediate = immediateAction_.data();
     const int16_t* const gotos = tables_.gotoState.data();
-    const RuleStep* const steps = ruleSteps_.data();
+    const uint16_t* const ruleLhs = tables_.ruleLhs.data();
+    const int16_t* const translate = tables_.translate.data();
+    const int32_t translated = static_cast<int32_t>(tables_.translate.size());
     const size_t terminalCount = static_cast<size_t>(tables_.terminalCount);
     const size_t nonterminalCount = static_cast<size_t>(tables_.nonterminalCount);
-    const auto nextToken = grammar_.nextToken;
 
     Lookahead<Value, Location> local;
-    Lookahead<Value, Location>& lookahead = grammar_.sharedLookahead ? *grammar_.sharedLookahead : local;
+    constexpr bool kShared = G.sharedLookahead != nullptr;
+    Lookahead<Value, Location>& lookahead = [&]() -> Lookahead<Value, Location>& {
+        if constexpr (kShared) return *G.sharedLookahead;
+        else return local;
+    }();
     lookahead.terminal = kNoLookahead;
     lookahead.value = Value{};
     lookahead.location = InitialLocation(Location{});
 
-    // The stacks' arrays in locals, which no call can change behind our back.
     Stacks stacks;
     int16_t* states = stacks.states;
-    Value* values = stacks.values;
-    Location* locations = stacks.locations;
+    Frame frame{stacks.values, stacks.locations, 0, context};
     int lastEntry = stacks.capacity - 1;
-    int top = 0;
     int state = 0;
     states[0] = 0;
-    values[0] = Value{};
-    locations[0] = lookahead.location;
+    frame.values[0] = Value{};
+    frame.locations[0] = StackLocation(lookahead.location);
 
-    // The left side of the reduction under way.
-    Value value{};
-    Location location = lookahead.location;
-    typename GrammarType::Reduce reduce(context, values, locations, value, location);
-
+    Value value;
+    StackLocation location;
     for (;;) {
         int action = immediate[state];
         if (action == 0) {
             if (lookahead.terminal == kNoLookahead) {
-                lookahead.terminal = tables_.Terminal(nextToken(&lookahead.value, &lookahead.location, context));
+                // As lalr::ParseTables::Terminal: 0 or below ends the input, an unknown code matches nothing.
+                const int32_t code = G.nextToken(&lookahead.value, &lookahead.location, context);
+                lookahead.terminal = code <= 0          ? lalr::kEndTerminal
+                                     : code < translated ? translate[code]
+                                                         : lalr::kUndefinedTerminal;
             }
             action = actions[static_cast<size_t>(state) * terminalCount + static_cast<size_t>(lookahead.terminal)];
         }
@@ -285,40 +367,32 @@ int32_t Parser<Value, Location, Context>::Parse(Context* context) const {
         if (action > 0) {
             if (action == lalr::kAcceptAction) return kParseAccepted;
             state = action;
-            ++top;
-            states[top] = static_cast<int16_t>(state);
-            values[top] = lookahead.value;
-            locations[top] = lookahead.location;
+            ++frame.top;
+            states[frame.top] = static_cast<int16_t>(state);
+            frame.values[frame.top] = lookahead.value;
+            frame.locations[frame.top] = StackLocation(lookahead.location);
             lookahead.terminal = kNoLookahead;
         } else if (action == lalr::kErrorAction) {
-            grammar_.recordError(context, lookahead.location);
+            G.recordError(context, lookahead.location);
             return kParseSyntaxError;
         } else {
-            const RuleStep& step = steps[-action];
-            const int length = step.length;
-            const int first = top - length + 1;
-            value = length > 0 ? values[first] : Value{};
-            location = length > 0 ? SpanLocation(locations[first], locations[top]) : EmptyLocationAfter(locations[top]);
-            if (const auto run = step.action) {
-                reduce.Begin(values + first, locations + first);
-                run(reduce);
-                if (reduce.Aborted()) return kParseSyntaxError;
-            }
-            top -= length;
-            state = gotos[static_cast<size_t>(states[top]) * nonterminalCount + step.lhs];
-            ++top;
-            states[top] = static_cast<int16_t>(state);
-            values[top] = value;
-            locations[top] = location;
+            const int length = ReduceDispatch(-action, frame, value, location, std::make_index_sequence<kRuleCount>{});
+            if (length < 0) return kParseSyntaxError;
+            frame.top -= length;
+            state = gotos[static_cast<size_t>(states[frame.top]) * nonterminalCount + ruleLhs[-action]];
+            ++frame.top;
+            states[frame.top] = static_cast<int16_t>(state);
+            frame.values[frame.top] = value;
+            frame.locations[frame.top] = location;
         }
-        if (top == lastEntry) {
+        if (frame.top == lastEntry) {
             if (!stacks.Grow()) {
-                grammar_.recordError(context, lookahead.location);
+                G.recordError(context, lookahead.location);
                 return kParseExhausted;
             }
             states = stacks.states;
-            values = stacks.values;
-            locations = stacks.locations;
+            frame.values = stacks.values;
+            frame.locations = stacks.locations;
             lastEntry = stacks.capacity - 1;
         }
     }

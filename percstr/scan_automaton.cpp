@@ -232,7 +232,7 @@ StateSet Closure(const std::vector<NfaState>& nfa, StateSet set) {
 
 }  // namespace
 
-ScanAutomaton::ScanAutomaton(std::span<const ScanRule> rules) {
+void ScanAutomaton::Build(std::span<const ScanRule> rules) {
     Nfa nfa;
     for (size_t i = 0; i < rules.size(); ++i) {
         const std::vector<Piece> pieces = PatternReader(rules[i], problems_).Read();
@@ -252,7 +252,9 @@ ScanAutomaton::ScanAutomaton(std::span<const ScanRule> rules) {
         if (added) representative[it->second] = static_cast<uint8_t>(byte);
         classOf_[byte] = it->second;
     }
-    classCount_ = classes.size();
+    const size_t classCount = classes.size();
+    while ((size_t{1} << rowShift_) < classCount) ++rowShift_;
+    const size_t rowWidth = size_t{1} << rowShift_;
 
     std::map<StateSet, uint16_t> ids;
     std::vector<StateSet> sets;
@@ -274,7 +276,8 @@ ScanAutomaton::ScanAutomaton(std::span<const ScanRule> rules) {
             if (states[s].rule != 0 && (rule == 0 || states[s].rule < rule)) rule = states[s].rule;
         }
         rule_.push_back(rule);
-        for (size_t c = 0; c < classCount_; ++c) {
+        next_.resize(current * rowWidth, kDead);
+        for (size_t c = 0; c < classCount; ++c) {
             StateSet moved;
             for (int s : sets[current]) {
                 if (states[s].target >= 0 && states[s].on[representative[c]]) moved.push_back(states[s].target);
@@ -286,7 +289,35 @@ ScanAutomaton::ScanAutomaton(std::span<const ScanRule> rules) {
         }
     }
     rule_.resize(sets.size());
-    next_.resize(sets.size() * classCount_, kDead);
+    next_.resize(sets.size() * rowWidth, kDead);
+    PutAcceptingStatesLast(rowWidth);
+}
+
+// Numbers the accepting states after all others, so that the matching loop
+// tells them by one comparison instead of a look into rule_.
+void ScanAutomaton::PutAcceptingStatesLast(size_t rowWidth) {
+    const size_t count = rule_.size();
+    std::vector<uint16_t> newId(count);
+    uint16_t next = kStart + 1;
+    for (size_t pass = 0; pass < 2; ++pass) {
+        for (size_t state = kStart + 1; state < count; ++state) {
+            if ((rule_[state] != 0) == (pass == 1)) newId[state] = next++;
+        }
+        if (pass == 0) firstAccepting_ = next;
+    }
+    newId[kDead] = kDead;
+    if (count > kStart) newId[kStart] = kStart;
+
+    std::vector<uint16_t> rule(count);
+    std::vector<uint16_t> table(next_.size(), kDead);
+    for (size_t state = 0; state < count; ++state) {
+        rule[newId[state]] = rule_[state];
+        for (size_t c = 0; c < rowWidth; ++c) {
+            table[newId[state] * rowWidth + c] = newId[next_[state * rowWidth + c]];
+        }
+    }
+    rule_ = std::move(rule);
+    next_ = std::move(table);
 }
 
 }  // namespace vrn

@@ -1,53 +1,39 @@
 #include "symbolic/scanner.h"
 
-#include <array>
 #include <cstring>
-#include <iterator>
 
 namespace vrn {
 namespace {
 
-enum class Action { Number, PointNumber, Fixed, Name, Skip, Byte };
-
-struct SymbRule {
-    ScanRule rule;
-    Action action;
-    int token;  // for Fixed
-};
+enum class Action { Number, PointNumber, Token, Name, Skip, Byte };
 
 // Earlier rules win among matches of one length, so the keywords stand before
 // the names and a name only beginning with one (MINI) stays a name.
-constexpr SymbRule kSymbRules[] = {
-    {{"[0-9]{1,3}"}, Action::Number, 0},
-    {{"[0-9]{1,3}\\.[0-9]{1,6}"}, Action::Number, 0},
-    {{"\\.[0-9]{1,6}"}, Action::PointNumber, 0},
-    {{"!="}, Action::Fixed, kSymbNe},
-    {{"<>"}, Action::Fixed, kSymbNe},
-    {{"<="}, Action::Fixed, kSymbLe},
-    {{">="}, Action::Fixed, kSymbGe},
-    {{"!"}, Action::Fixed, kSymbNot},
-    {{"NOT", true}, Action::Fixed, kSymbNot},
-    {{"MIN", true}, Action::Fixed, kSymbMin},
-    {{"MAX", true}, Action::Fixed, kSymbMax},
-    {{"IIF", true}, Action::Fixed, kSymbIif},
-    {{"ISEMPTY", true}, Action::Fixed, kSymbIsEmpty},
-    {{"EMPTY", true}, Action::Fixed, kSymbIsEmpty},
-    {{"ISZERO", true}, Action::Fixed, kSymbIsZero},
-    {{"ZERO", true}, Action::Fixed, kSymbIsZero},
-    {{"COALESCE", true}, Action::Fixed, kSymbCoalesce},
-    {{"[A-Za-z_][A-Za-z0-9_]*"}, Action::Name, 0},
-    {{"[\\t\\r\\n ]"}, Action::Skip, 0},
-    {{"."}, Action::Byte, 0},
+constexpr ScanRow<Action> kRows[] = {
+    {"[0-9]{1,3}", Action::Number, kSymbValue},
+    {"[0-9]{1,3}\\.[0-9]{1,6}", Action::Number, kSymbValue},
+    {"\\.[0-9]{1,6}", Action::PointNumber, kSymbValue},
+    {"!=", Action::Token, kSymbNe},
+    {"<>", Action::Token, kSymbNe},
+    {"<=", Action::Token, kSymbLe},
+    {">=", Action::Token, kSymbGe},
+    {"!", Action::Token, kSymbNot},
+    {"NOT", Action::Token, kSymbNot, true},
+    {"MIN", Action::Token, kSymbMin, true},
+    {"MAX", Action::Token, kSymbMax, true},
+    {"IIF", Action::Token, kSymbIif, true},
+    {"ISEMPTY", Action::Token, kSymbIsEmpty, true},
+    {"EMPTY", Action::Token, kSymbIsEmpty, true},
+    {"ISZERO", Action::Token, kSymbIsZero, true},
+    {"ZERO", Action::Token, kSymbIsZero, true},
+    {"COALESCE", Action::Token, kSymbCoalesce, true},
+    {"[A-Za-z_][A-Za-z0-9_]*", Action::Name},
+    {"[\\t\\r\\n ]", Action::Skip},
+    {".", Action::Byte},
 };
 
-constexpr auto kScanRules = [] {
-    std::array<ScanRule, std::size(kSymbRules)> rules{};
-    for (size_t i = 0; i < rules.size(); ++i) rules[i] = kSymbRules[i].rule;
-    return rules;
-}();
-
 const ScanAutomaton& Automaton() {
-    static const ScanAutomaton automaton{kScanRules};
+    static const ScanAutomaton automaton{kRows};
     return automaton;
 }
 
@@ -74,17 +60,17 @@ PercStrSymbText PercStrSymbTokenValue = {};
 int PercStrSymbNextToken() {
     for (;;) {
         const int rule = PercStrSymbScanner.NextMatch();
-        if (rule <= 0 || rule > static_cast<int>(std::size(kSymbRules))) return 0;
+        if (rule == kEndOfInput) return 0;
         const char* text = PercStrSymbScanner.TokenText();
-        const SymbRule& matched = kSymbRules[rule - 1];
+        const ScanRow<Action>& matched = kRows[rule - 1];
         switch (matched.action) {
             case Action::Number:
                 SetTokenValue("", text);
-                return kSymbValue;
+                return matched.token;
             case Action::PointNumber:
                 SetTokenValue("0", text);
-                return kSymbValue;
-            case Action::Fixed:
+                return matched.token;
+            case Action::Token:
                 return matched.token;
             case Action::Name:
                 return NameToken(text);
