@@ -28,11 +28,12 @@ TEST(SrvParams, ValuesComeWithoutTerminatorOrSignExtension) {
     EXPECT_EQ(small, 65535u);
 }
 
-TEST(SrvParams, OutputDeliveriesOnlyToOutputParameters) {
+TEST(SrvParams, OutputDeliveriesOnlyToOutputParametersAndMessagesOfTheirLength) {
     std::vector<int> results;
     const CallResult r = Invoke(
         [&](SRV_PROC* p) {
             BYTE text[] = "abcdef";
+            srv_sendmsg(p, SRV_MSG_INFO, 1, 1, 0, nullptr, 0, 0, reinterpret_cast<char*>(text), 3);
             results.push_back(srv_paramsetoutput(p, 1, text, 3, 0));  // not OUTPUT
             results.push_back(srv_paramsetoutput(p, 2, text, 6, 0));  // longer than maxLength 4
             results.push_back(srv_paramsetoutput(p, 2, nullptr, 5, 0));
@@ -46,6 +47,7 @@ TEST(SrvParams, OutputDeliveriesOnlyToOutputParameters) {
     EXPECT_TRUE(r.outputs[1].isNull);          // a null pointer with a length is NULL
     EXPECT_EQ(r.OutputOf(2), &r.outputs[1]);
     EXPECT_EQ(r.OutputOf(1), nullptr);
+    EXPECT_EQ(r.messages.at(0).text, "abc");
 }
 
 TEST(SrvRows, ValuesAreReadAtSendRowAndOddCallsFail) {

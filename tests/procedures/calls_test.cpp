@@ -22,6 +22,12 @@ using host::VarChar;
 using test::Code;
 using test::Lib;
 
+std::string Repeat(const std::string& piece, size_t times) {
+    std::string text;
+    while (times-- > 0) text += piece;
+    return text;
+}
+
 TEST(Calls, RefusalsAndCompletionOfEveryProcedure) {
     const std::string inv = Code(0x80070057);
     const Param text = VarChar("10"), out30 = Output(VarChar("", 30)), flt = Output(host::Float(0));
@@ -68,6 +74,10 @@ TEST(Calls, RefusalsAndCompletionOfEveryProcedure) {
         {"vrn_PFormula_Eval", {VarChar("+1 "), host::Float(0)}, inv + " M"},
         {"vrn_PFormula_Eval", {NVarChar(u"+1 "), flt}, inv + " M"},
         {"vrn_PFormula_Normalize", {VarChar("1"), out30}, "0 O2:3"},
+        // 998 bytes are taken, and their normal form comes whole; the reader has no limit.
+        {"vrn_PFormula_Normalize", {VarChar(Repeat(".1", 499)), Output(VarChar("", 8000))}, "0 O2:2495"},
+        {"vrn_PFormula_Normalize", {VarChar(Repeat(".1", 499) + " "), Output(VarChar("", 8000))}, "-4 M"},
+        {"vrn_PFormula_Eval", {VarChar(Repeat("+1 ", 5000)), flt}, "0 O2:8"},
         {"vrn_PFormula_Normalize", {VarChar("x"), out30}, "-1 M"},
         {"vrn_PFormula_Normalize", {VarChar("100"), Output(VarChar("", 4))}, inv + " M"},
         {"vrn_PFormula_Normalize", {VarChar("1"), out30}, inv + " M", true},

@@ -7,6 +7,7 @@ EXEC vrn_PFormula_Normalize '=0 +5', @o OUTPUT
 EXEC vrn_PFormula_Normalize '.1.1.1.1', @o OUTPUT
 -- Errors: the number, the position counted from 1, the length of the offending text.
 EXEC vrn_PFormula_Normalize '5 x', @o OUTPUT
+EXEC vrn_PFormula_Normalize '+1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 +1 x', @o OUTPUT
 EXEC vrn_PFormula_Normalize @nothing, @o OUTPUT
 -- The variable must hold the whole normal form.
 EXEC vrn_PFormula_Normalize '100', @four OUTPUT

@@ -25,13 +25,9 @@ TEST(SymbolTable, LookupFoldsOnlyAsciiCapitalsAndMatchesWholeNames) {
         bool found;
     };
     const Case cases[] = {
-        {"CLIENTE", "cliente", 0, true},
-        {"cliente_articolofamiglia", "CLIENTE_ARTICOLOFAMIGLIA", 0, true},
-        {"Client", "Client", 1, false},
-        {"Cliente ", "Cliente ", 1, false},
-        {"", "", 1, false},
-        {"Cliente\xC8", "Cliente\xE8", 1, false},
-        {"Agente1", "AGENTE1", 0, true},
+        {"CLIENTE", "cliente", 0, true}, {"cliente_articolofamiglia", "CLIENTE_ARTICOLOFAMIGLIA", 0, true},
+        {"Client", "Client", 1, false}, {"Cliente ", "Cliente ", 1, false}, {"", "", 1, false},
+        {"Cliente\xC8", "Cliente\xE8", 1, false}, {"Agente1", "AGENTE1", 0, true},
         {"Cliente_ArticoloFamiglia", "Cliente", 0, false},
     };
     for (const auto& c : cases) {
