@@ -8,6 +8,7 @@
 #include <future>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "calls.h"
@@ -60,7 +61,9 @@ TEST(Concurrency, CallsSideBySideKeepTheirOwnValues) {
     std::vector<std::thread> threads;
     for (int t = 0; t < 2; ++t) {
         threads.emplace_back([&, t] {
-            for (const auto& pair : pairs) together[t].push_back(Trace(Lib().Call(pair.procedure, pair.params[t], options)));
+            for (const auto& pair : pairs) {
+                together[t].push_back(Trace(Lib().Call(pair.procedure, pair.params[t], options)));
+            }
         });
     }
     for (std::thread& thread : threads) thread.join();
@@ -99,7 +102,8 @@ TEST(Concurrency, LocksNotObtainedInHalfASecond) {
         const auto waited = Clock::now() - before;
         const std::string normalized =
             Trace(Lib().Call("vrn_PercStrNormalize", {VarChar("10,5"), Output(VarChar("", 30))}));
-        const std::string evaluated = Trace(Lib().Call("vrn_PFormula_Eval", {VarChar("+10 "), Output(host::Float(100))}));
+        const std::string evaluated =
+            Trace(Lib().Call("vrn_PFormula_Eval", {VarChar("+10 "), Output(host::Float(100))}));
         done.set_value();
         holder.join();
 
@@ -125,8 +129,9 @@ std::string RunProtocol(const Client& c) {
     if (Lib().Call("vrn_PercStrSymb_GetMutex", {Int(10000)}).returnCode != 1) return "GetMutex";
     std::string fault;
     if (Lib().Call("vrn_PercStrSymb_Init", {Int(c.mode)}).returnCode != 0) fault = "Init";
-    if (Lib().Call("vrn_PercStrSymb_SetVar", {VarChar("Cliente"), VarChar(c.cliente)}).returnCode != 0) fault = "SetVar";
-    if (Lib().Call("vrn_PercStrSymb_SetVar", {VarChar("Articolo"), VarChar(c.articolo)}).returnCode != 0) fault = "SetVar";
+    for (const auto& [name, value] : {std::pair{"Cliente", c.cliente}, std::pair{"Articolo", c.articolo}}) {
+        if (Lib().Call("vrn_PercStrSymb_SetVar", {VarChar(name), VarChar(value)}).returnCode != 0) fault = "SetVar";
+    }
     const std::string eval = Trace(Lib().Call("vrn_PercStrSymb_Eval", {VarChar(c.text), Output(VarChar("", 30))}));
     if (eval != std::string("0 O2[") + c.expected + "] D") fault = eval;
     if (Lib().Call("vrn_PercStrSymb_ReleaseMutex", {}).returnCode != 1) fault = "ReleaseMutex";

@@ -116,9 +116,7 @@ TEST(Debugout, WritesTheFirstParameterUnchanged) {
         Param text;
         std::string written;
     } cases[] = {
-        {VarChar("Prezzo \xE8 zero"), "Prezzo \xE8 zero"},
-        {VarChar(""), ""},
-        {host::Null(167, 10), "NULL"},
+        {VarChar("Prezzo \xE8 zero"), "Prezzo \xE8 zero"}, {VarChar(""), ""}, {host::Null(167, 10), "NULL"},
         {host::Char("ab", 4), "ab  "},
     };
     for (const auto& c : cases) {
@@ -161,14 +159,10 @@ TEST(GetSrvInfo, AnswersFromTheSourceByName) {
         uint32_t length;
         std::string trace;
     } cases[] = {
-        {"SERVERTYPE", 20, "0 O2[-2147483645] D"},
-        {"domainname", 20, "0 O2[CORP] D"},
-        {"DnsForestName", 20, "0 O2[corp.example.com] D"},
-        {"FLAGS", 20, "0 O2[0x20000000] D"},
-        {"DomainControllerAddress", 20, "0 O2[\\\\10.1.2.3] D"},
-        {"DomainControllerAddressType", 20, "0 O2[1] D"},
-        {"DcSiteName", 20, "0 O2[(null)] D"},
-        {"ClientSiteName", 20, "0 O2[Roma] D"},
+        {"SERVERTYPE", 20, "0 O2[-2147483645] D"}, {"domainname", 20, "0 O2[CORP] D"},
+        {"DnsForestName", 20, "0 O2[corp.example.com] D"}, {"FLAGS", 20, "0 O2[0x20000000] D"},
+        {"DomainControllerAddress", 20, "0 O2[\\\\10.1.2.3] D"}, {"DomainControllerAddressType", 20, "0 O2[1] D"},
+        {"DcSiteName", 20, "0 O2[(null)] D"}, {"ClientSiteName", 20, "0 O2[Roma] D"},
         {"DomainControllerName", 29, "0 O2[\\\\CONTROLLER-WITH-A-LONG-NAME] D"},  // 29 characters
         {"DomainControllerName", 28, "0 O2[] D"},  // too long for the output: empty, not cut
         {"Flags ", 20, "0 O2[] D"},
