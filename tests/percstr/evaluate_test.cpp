@@ -112,14 +112,6 @@ std::string Nested(int depth, const char* inner) {
     return std::string(static_cast<size_t>(depth), '(') + inner + std::string(static_cast<size_t>(depth), ')');
 }
 
-TEST(PercStrEvaluate, DeepNesting) {
-    EXPECT_EQ(Evaluate(Nested(300, "-5").c_str(), 2).value, "0.95");
-    EXPECT_EQ(Evaluate(Nested(9000, "5").c_str(), 0).value, "0.05");
-    const Evaluated tooDeep = Evaluate(Nested(10001, "5").c_str(), 1);
-    EXPECT_EQ(tooDeep.result, kPercStrNotValid);
-    EXPECT_EQ(tooDeep.value, "1");
-}
-
 void* NoMemory(size_t) { return nullptr; }
 
 TEST(PercStrEvaluate, NoMemory) {

@@ -1,6 +1,7 @@
-// What a script can't show of each procedure: which calls it refuses, whether
-// and where it completes the call, what sizes it delivers, and how it meets a
-// host that can't describe its parameters. The texts are in tests/sql.
+// What a script can't show of each procedure: whether and where it completes
+// the call, what sizes it delivers, how it meets a host that can't describe its
+// parameters; with it, every call it refuses, one line each (each text shows
+// once in tests/sql).
 #include <gtest/gtest.h>
 
 #include <future>
@@ -44,13 +45,15 @@ TEST(Calls, RefusalsAndCompletionOfEveryProcedure) {
         {"vrn_PercStrNormalize", {text, out30}, "0 O2:2 D"},
         {"vrn_PercStrNormalize", {Null(167, 30), out30}, "0 O2:0 D"},
         {"vrn_PercStrNormalize", {VarChar(std::string(22, '1')), out30}, "0 M O2:0 D"},
-        {"vrn_PercStrNormalize", {text, out30}, "-1 M D", true}, {"vrn_PercStrNormalize", {text}, "-1 M D"},
+        {"vrn_PercStrNormalize", {text, out30}, "-1 M D", true},
+        {"vrn_PercStrNormalize", {text}, "-1 M D"},
         {"vrn_PercStrNormalize", {text, out30, Int(1)}, "-1 M D"},
         {"vrn_PercStrNormalize", {NVarChar(u"10"), out30}, "-1 M D"},
         {"vrn_PercStrNormalize", {host::Text("10"), out30}, "-1 M D"},
         {"vrn_PercStrNormalize", {Null(31, 0), out30}, "-1 M D"},
         {"vrn_PercStrNormalize", {text, VarChar("", 30)}, "-1 M D"},
-        {"vrn_PercStrNormalize", {Output(text), out30}, "-1 M D"}, {"vrn_PercStrNormalize", {text, count}, "-1 M D"},
+        {"vrn_PercStrNormalize", {Output(text), out30}, "-1 M D"},
+        {"vrn_PercStrNormalize", {text, count}, "-1 M D"},
 
         {"vrn_PercStrEval", {text, flt, Int(1)}, "0 O2:8 D"},
         {"vrn_PercStrEval", {VarChar(std::string(21, '1')), flt, Int(1)}, "0 M O2:8 D"},

@@ -49,7 +49,7 @@ TEST(Concurrency, CallsSideBySideKeepTheirOwnValues) {
         {"vrn_PFormula_Normalize", {{VarChar("5 x"), text}, {VarChar("123456789"), text}}},
         {"vrn_PFormula_Eval", {{VarChar("=100 +22% -5& AC(2) "), value}, {VarChar("+1.2 +0.3 "), value}}},
         {"vrn_CountBitsOn", {{host::VarBinary({0xFF}), Output(Int(0))}, {host::VarBinary({1, 2}), Output(Int(0))}}},
-        {"vrn_GetSrvInfo", {{VarChar("NoSuchName"), text}, {VarChar("Nothing"), Output(VarChar("", 20))}}},
+        {"vrn_GetSrvInfo", {{VarChar("ServerType"), text}, {VarChar("NoSuchName"), Output(VarChar("", 20))}}},
     };
     std::vector<std::string> serial[2], together[2];
     for (int t = 0; t < 2; ++t) {

@@ -166,15 +166,6 @@ TEST(SymbolicReduce, TextsAboveTwentyOneCharactersFailWithoutRecording) {
     }
 }
 
-TEST(SymbolicReduce, DeepNestingGrowsTheStacksUntilTheirLimit) {
-    Start(1);
-    ExpectReduces(std::string(400, '(') + "5" + std::string(400, ')'), "5");
-    ExpectReduces(std::string(400, '-') + "5", "+5");
-    const Outcome tooDeep = Reduce(std::string(12000, '(') + "5" + std::string(12000, ')'));
-    EXPECT_EQ(tooDeep.code, kPercStrSymbFailed);
-    EXPECT_EQ(tooDeep.text, "");
-}
-
 TEST(SymbolicReduce, MemoryFailures) {
     Start(0);
     PercStrSymbErrorPos = 42;
