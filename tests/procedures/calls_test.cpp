@@ -45,6 +45,7 @@ TEST(Calls, RefusalsAndCompletionOfEveryProcedure) {
         {"vrn_PercStrNormalize", {text, out30}, "0 O2:2 D"},
         {"vrn_PercStrNormalize", {Null(167, 30), out30}, "0 O2:0 D"},
         {"vrn_PercStrNormalize", {VarChar(std::string(22, '1')), out30}, "0 M O2:0 D"},
+        {"vrn_PercStrNormalize", {VarChar(".55"), Output(VarChar("", 3))}, "0 O2:3 D"},  // 0.55, cut to the variable
         {"vrn_PercStrNormalize", {text, out30}, "-1 M D", true},
         {"vrn_PercStrNormalize", {text}, "-1 M D"},
         {"vrn_PercStrNormalize", {text, out30, Int(1)}, "-1 M D"},
@@ -80,6 +81,7 @@ TEST(Calls, RefusalsAndCompletionOfEveryProcedure) {
         {"vrn_PFormula_Normalize", {VarChar(Repeat(".1", 499) + " "), Output(VarChar("", 8000))}, "-4 M"},
         {"vrn_PFormula_Eval", {VarChar(Repeat("+1 ", 5000)), flt}, "0 O2:8"},
         {"vrn_PFormula_Normalize", {VarChar("x"), out30}, "-1 M"},
+        {"vrn_PFormula_Normalize", {VarChar("100"), Output(VarChar("", 5))}, "0 O2:5"},
         {"vrn_PFormula_Normalize", {VarChar("100"), Output(VarChar("", 4))}, inv + " M"},
         {"vrn_PFormula_Normalize", {VarChar("1"), out30}, inv + " M", true},
         {"vrn_PFormula_Normalize", {}, inv + " M"},
