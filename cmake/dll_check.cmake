@@ -59,6 +59,7 @@ else()
 endif()
 file(GLOB_RECURSE sources ${SOURCES}/frame/*.cpp ${SOURCES}/percstr/*.cpp ${SOURCES}/symbolic/*.cpp
      ${SOURCES}/formula/*.cpp ${SOURCES}/tasks/*.cpp ${SOURCES}/utilities/*.cpp)
+list(FILTER sources EXCLUDE REGEX "_posix\\.cpp$")  # Linux's own procedures aren't in the DLL
 set(procedures "")
 foreach(source IN LISTS sources)
   file(STRINGS ${source} definitions REGEX "^VRN_EXPORT ")

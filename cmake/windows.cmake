@@ -49,10 +49,15 @@ function(vrn_windows_targets)
   # vrn.dll, by name; only the VRN_EXPORT procedures are exported. It links the
   # archives as files, so the system libraries of their seams are named here too.
   set_target_properties(vrn PROPERTIES PREFIX "")
-  set(system_libraries shell32 netapi32)
+  # ole32 for COM, uuid for the scheduler's class and interface identifiers
+  # (a static archive: no DLL comes with it).
+  set(system_libraries shell32 netapi32 ole32 uuid)
   target_link_libraries(vrn PRIVATE ${system_libraries})
   if(TARGET vrn_utilities)
-    target_link_libraries(vrn_utilities PUBLIC ${system_libraries})
+    target_link_libraries(vrn_utilities PUBLIC shell32 netapi32)
+  endif()
+  if(TARGET vrn_tasks)
+    target_link_libraries(vrn_tasks PUBLIC ole32 uuid)
   endif()
 
   if(VRN_TESTS)

@@ -108,20 +108,22 @@ int IsBitType(uint8_t type) { return HasClass(type, kBitClass); }
 
 CallVerdict JudgeParams(SRV_PROC* srvproc, std::initializer_list<ParamRule> rules, ParamInfo* infos,
                         ExtraParams extra) {
-    for (size_t i = 0; i < rules.size(); ++i) infos[i] = ParamInfo{};
+    return JudgeParams(srvproc, rules.begin(), rules.size(), infos, extra);
+}
+
+CallVerdict JudgeParams(SRV_PROC* srvproc, const ParamRule* rules, size_t ruleCount, ParamInfo* infos,
+                        ExtraParams extra) {
+    for (size_t i = 0; i < ruleCount; ++i) infos[i] = ParamInfo{};
     size_t required = 0;
-    for (const ParamRule& rule : rules) {
-        if (rule.optional) break;
-        ++required;
-    }
+    while (required < ruleCount && !rules[required].optional) ++required;
     int count = srv_rpcparams(srvproc);
-    if (count > static_cast<int>(rules.size()) && extra == ExtraParams::kIgnored) count = static_cast<int>(rules.size());
-    if (count < static_cast<int>(required) || count > static_cast<int>(rules.size())) return CallVerdict::kUnreadable;
+    if (count > static_cast<int>(ruleCount) && extra == ExtraParams::kIgnored) count = static_cast<int>(ruleCount);
+    if (count < static_cast<int>(required) || count > static_cast<int>(ruleCount)) return CallVerdict::kUnreadable;
     for (int n = 1; n <= count; ++n) {
         if (GetParam(srvproc, n, &infos[n - 1], nullptr) != 1) return CallVerdict::kUnreadable;
     }
     for (int n = 1; n <= count; ++n) {
-        if (!Satisfies(infos[n - 1], rules.begin()[n - 1])) return CallVerdict::kRefused;
+        if (!Satisfies(infos[n - 1], rules[n - 1])) return CallVerdict::kRefused;
     }
     return CallVerdict::kAccepted;
 }

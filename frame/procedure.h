@@ -70,6 +70,9 @@ enum class CallVerdict {
 enum class ExtraParams { kRefused, kIgnored };
 [[nodiscard]] CallVerdict JudgeParams(SRV_PROC* srvproc, std::initializer_list<ParamRule> rules, ParamInfo* infos,
                                       ExtraParams extra = ExtraParams::kRefused);
+// The same over count rules chosen at run time.
+[[nodiscard]] CallVerdict JudgeParams(SRV_PROC* srvproc, const ParamRule* rules, size_t count, ParamInfo* infos,
+                                      ExtraParams extra = ExtraParams::kRefused);
 // The verdict as most procedures need it: accepted or not.
 [[nodiscard]] bool JudgeCall(SRV_PROC* srvproc, std::initializer_list<ParamRule> rules, ParamInfo* infos,
                              ExtraParams extra = ExtraParams::kRefused);

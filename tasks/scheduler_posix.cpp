@@ -1,18 +1,448 @@
-// Interim: no scheduler yet on this platform; every connection fails to open.
-#include "tasks/scheduler.h"
+// The scheduler on Linux: a job store of our own in a folder of the user's
+// (job_store_posix.h), whose tasks really run (job_process_posix.h).
+#include <sys/random.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
 #include <cstdlib>
+#include <cstring>
+#include <ctime>
+
+#include "tasks/job_process_posix.h"
+#include "tasks/job_store_posix.h"
+#include "tasks/local_time_posix.h"
+#include "tasks/scheduler.h"
+#include "tasks/trigger_schedule.h"
+#include "tasks/trigger_text.h"
 
 namespace vrn::tasks {
 namespace {
 
-class NoScheduler final : public SchedulerSource {
+// A text handed out: the caller frees it with FreeMemory (free).
+int32_t HandOut(const std::u16string& text, char16_t** out) {
+    *out = static_cast<char16_t*>(std::malloc((text.size() + 1) * sizeof(char16_t)));
+    if (*out == nullptr) return kOutOfMemory;
+    std::memcpy(*out, text.data(), text.size() * sizeof(char16_t));
+    (*out)[text.size()] = u'\0';
+    return kOk;
+}
+
+uint64_t NewIdentity() {
+    static std::atomic<uint64_t> counter{0};
+    uint64_t id = 0;
+    if (getrandom(&id, sizeof id, GRND_NONBLOCK) != static_cast<ssize_t>(sizeof id)) {
+        id = (static_cast<uint64_t>(time(nullptr)) << 32) ^ (static_cast<uint64_t>(getpid()) << 16) ^ ++counter;
+    }
+    return id != 0 ? id : 1;
+}
+
+bool IsValidTrigger(const TASK_TRIGGER& t) {
+    if (t.cbTriggerSize != sizeof(TASK_TRIGGER) || t.TriggerType < kTriggerOnce || t.TriggerType > kTriggerAtLogon ||
+        t.wStartHour > 23 || t.wStartMinute > 59) {
+        return false;
+    }
+    if (t.MinutesInterval > 0 && t.MinutesDuration <= t.MinutesInterval) return false;
+    if (t.TriggerType > kTriggerMonthlyDow) return true;  // no dates
+    if (!IsValidDate(t.wBeginYear, t.wBeginMonth, t.wBeginDay)) return false;
+    if ((t.rgFlags & kTriggerFlagHasEndDate) != 0 && t.TriggerType != kTriggerOnce &&
+        (!IsValidDate(t.wEndYear, t.wEndMonth, t.wEndDay) ||
+         DaysFromCivil(t.wEndYear, t.wEndMonth, t.wEndDay) < DaysFromCivil(t.wBeginYear, t.wBeginMonth, t.wBeginDay))) {
+        return false;
+    }
+    switch (t.TriggerType) {
+        case kTriggerDaily:
+            return t.Type.Daily.DaysInterval > 0;
+        case kTriggerWeekly:
+            return t.Type.Weekly.WeeksInterval > 0;
+        case kTriggerMonthlyDow:
+            return t.Type.MonthlyDOW.wWhichWeek >= kFirstWeek && t.Type.MonthlyDOW.wWhichWeek <= kLastWeek;
+        default:
+            return true;
+    }
+}
+
+// A task as one Activate or NewWorkItem gave it, shared with its triggers and
+// its way to Save.
+struct TaskState {
+    jobs::Store store;
+    std::string fileName;
+    jobs::Record record;
+    // Each trigger's handle, parallel to the triggers, so a Trigger object
+    // keeps to its trigger when an earlier one is deleted.
+    std::vector<uint64_t> triggerIds;
+    uint64_t lastTriggerId = 0;
+
+    TaskState(jobs::Store s, std::string name, jobs::Record r)
+        : store(std::move(s)), fileName(std::move(name)), record(std::move(r)) {
+        for (size_t i = 0; i < record.definition.triggers.size(); ++i) triggerIds.push_back(++lastTriggerId);
+    }
+    std::vector<TASK_TRIGGER>& Triggers() { return record.definition.triggers; }
+    // The run state as a run or a stop left it, when the stored task is still this one.
+    void Adopt(const jobs::Record& stored) {
+        if (stored.identity == record.identity) record.run = stored.run;
+    }
+};
+
+class JobTrigger final : public Trigger {
 public:
-    int32_t Initialize() override { return kOk; }
-    void Uninitialize() override {}
+    JobTrigger(std::shared_ptr<TaskState> task, uint64_t id) : task_(std::move(task)), id_(id) {}
+
+    int32_t SetTrigger(const TASK_TRIGGER& trigger) override {
+        if (!IsValidTrigger(trigger)) return kInvalidArgument;
+        TASK_TRIGGER* mine = Find();
+        if (mine == nullptr) return kTriggerNotFound;
+        *mine = trigger;
+        return kOk;
+    }
+    int32_t GetTrigger(TASK_TRIGGER* trigger) override {
+        if (trigger == nullptr) return kInvalidArgument;
+        const TASK_TRIGGER* mine = Find();
+        if (mine == nullptr) return kTriggerNotFound;
+        *trigger = *mine;
+        return kOk;
+    }
+
+private:
+    TASK_TRIGGER* Find() {
+        for (size_t i = 0; i < task_->triggerIds.size(); ++i) {
+            if (task_->triggerIds[i] == id_) return &task_->Triggers()[i];
+        }
+        return nullptr;
+    }
+    std::shared_ptr<TaskState> task_;
+    uint64_t id_;
+};
+
+class JobPersist final : public PersistFile {
+public:
+    explicit JobPersist(std::shared_ptr<TaskState> task) : task_(std::move(task)) {}
+
+    // Only to the task's own name: the store has no other files.
+    int32_t Save(const char16_t* fileName, bool) override {
+        if (fileName != nullptr) return kNotImplemented;
+        jobs::StoreLock lock;
+        int32_t result = task_->store.Lock(&lock);
+        if (result < 0) return result;
+        jobs::Record stored;
+        if (task_->store.Read(task_->fileName, &stored) == kOk) task_->Adopt(stored);
+        return task_->store.Write(task_->fileName, task_->record);
+    }
+
+private:
+    std::shared_ptr<TaskState> task_;
+};
+
+class JobTask final : public Task {
+public:
+    explicit JobTask(std::shared_ptr<TaskState> task) : task_(std::move(task)) {}
+
+    int32_t SetApplicationName(const char16_t* text) override { return SetText(text, &Definition().application); }
+    int32_t SetCreator(const char16_t* text) override { return SetText(text, &Definition().creator); }
+    int32_t SetComment(const char16_t* text) override { return SetText(text, &Definition().comment); }
+    int32_t SetWorkingDirectory(const char16_t* text) override {
+        return SetText(text, &Definition().workingDirectory);
+    }
+    int32_t SetParameters(const char16_t* text) override { return SetText(text, &Definition().parameters); }
+    int32_t SetAccountInformation(const char16_t* account, const char16_t* password) override {
+        if (account == nullptr) return kInvalidArgument;
+        Definition().account = std::u16string(account);
+        Definition().passwordGiven = password != nullptr;
+        return kOk;
+    }
+    int32_t SetWorkItemData(uint16_t count, const uint8_t* data) override {
+        if (count != 0 && data == nullptr) return kInvalidArgument;
+        Definition().workItemData.assign(data, data + count);
+        return kOk;
+    }
+    int32_t SetMaxRunTime(uint32_t milliseconds) override {
+        Definition().maxRunTime = milliseconds;
+        return kOk;
+    }
+    int32_t SetFlags(uint32_t flags) override {
+        Definition().flags = flags;
+        return kOk;
+    }
+    int32_t GetFlags(uint32_t* flags) override { return Out(flags, Definition().flags); }
+
+    int32_t Run() override {
+        jobs::Record after;
+        const int32_t result = jobs::RunStoredTask(task_->store, task_->fileName, NowInstant(), &after);
+        task_->Adopt(after);
+        return result;
+    }
+    int32_t Terminate() override {
+        jobs::Record after;
+        const int32_t result = jobs::TerminateStoredTask(task_->store, task_->fileName, &after);
+        task_->Adopt(after);
+        return result;
+    }
+    int32_t GetStatus(int32_t* status) override {
+        if (status == nullptr) return kInvalidArgument;
+        const jobs::RunState& run = task_->record.run;
+        if (jobs::IsRunning(run)) {
+            *status = kTaskRunning;
+        } else if ((Definition().flags & kTaskFlagDisabled) != 0) {
+            *status = kTaskDisabled;
+        } else if ((run.flags & jobs::kRunStarted) == 0) {
+            *status = kTaskHasNotRun;
+        } else if ((run.flags & jobs::kRunTerminated) != 0) {
+            *status = kTaskTerminated;
+        } else if (Definition().application.empty()) {
+            *status = kTaskNotScheduled;
+        } else {
+            switch (NextTaskRun(Definition().triggers, NowInstant(), SystemTimeZone()).kind) {
+                case NextRunKind::kNoValidTriggers:
+                    *status = kTaskNoValidTriggers;
+                    break;
+                case NextRunKind::kNoMoreRuns:
+                    *status = kTaskNoMoreRuns;
+                    break;
+                default:
+                    *status = kTaskReady;
+            }
+        }
+        return kOk;
+    }
+
+    int32_t GetAccountInformation(char16_t** text) override {
+        if (text == nullptr) return kInvalidArgument;
+        *text = nullptr;
+        if (!Definition().account) return kAccountInformationNotSet;
+        return HandOut(*Definition().account, text);
+    }
+    int32_t GetComment(char16_t** text) override { return GetText(Definition().comment, text); }
+    int32_t GetCreator(char16_t** text) override { return GetText(Definition().creator, text); }
+    int32_t GetApplicationName(char16_t** text) override { return GetText(Definition().application, text); }
+    int32_t GetParameters(char16_t** text) override { return GetText(Definition().parameters, text); }
+    int32_t GetWorkingDirectory(char16_t** text) override { return GetText(Definition().workingDirectory, text); }
+    int32_t GetWorkItemData(uint16_t* count, uint8_t** data) override {
+        if (count == nullptr || data == nullptr) return kInvalidArgument;
+        const std::vector<uint8_t>& bytes = Definition().workItemData;
+        *count = 0;
+        *data = nullptr;
+        if (bytes.empty()) return kOk;
+        *data = static_cast<uint8_t*>(std::malloc(bytes.size()));
+        if (*data == nullptr) return kOutOfMemory;
+        std::memcpy(*data, bytes.data(), bytes.size());
+        *count = static_cast<uint16_t>(bytes.size());
+        return kOk;
+    }
+
+    // The exit code of the last run, and as the result what starting it gave.
+    int32_t GetExitCode(uint32_t* code) override {
+        if (code == nullptr) return kInvalidArgument;
+        const jobs::RunState& run = task_->record.run;
+        *code = 0;
+        if ((run.flags & jobs::kRunStarted) == 0) return kTaskHasNotRun;
+        *code = run.exitCode;
+        return run.startResult;
+    }
+    int32_t GetMaxRunTime(uint32_t* milliseconds) override { return Out(milliseconds, Definition().maxRunTime); }
+    int32_t GetPriority(uint32_t* priority) override { return Out(priority, Definition().priority); }
+    int32_t GetMostRecentRunTime(SystemTime* time) override {
+        if (time == nullptr) return kInvalidArgument;
+        const jobs::RunState& run = task_->record.run;
+        *time = SystemTime{};
+        if ((run.flags & jobs::kRunStarted) == 0) return kTaskHasNotRun;
+        *time = run.lastRun;
+        return kOk;
+    }
+    int32_t GetNextRunTime(SystemTime* time) override {
+        if (time == nullptr) return kInvalidArgument;
+        *time = SystemTime{};
+        if ((Definition().flags & kTaskFlagDisabled) != 0) return kTaskDisabled;
+        const NextRun next = NextTaskRun(Definition().triggers, NowInstant(), SystemTimeZone());
+        switch (next.kind) {
+            case NextRunKind::kTime:
+                *time = ToSystemTime(next.instant, SystemTimeZone());
+                return kOk;
+            case NextRunKind::kEventOnly:
+                return jobs::kEventTrigger;
+            case NextRunKind::kNoMoreRuns:
+                return kTaskNoMoreRuns;
+            default:
+                return kTaskNoValidTriggers;
+        }
+    }
+    int32_t GetIdleWait(uint16_t* idleMinutes, uint16_t* deadlineMinutes) override {
+        if (idleMinutes == nullptr || deadlineMinutes == nullptr) return kInvalidArgument;
+        *idleMinutes = Definition().idleMinutes;
+        *deadlineMinutes = Definition().deadlineMinutes;
+        return kOk;
+    }
+
+    int32_t GetTriggerCount(uint16_t* count) override {
+        return Out(count, static_cast<uint16_t>(task_->Triggers().size()));
+    }
+    int32_t CreateTrigger(uint16_t* index, std::unique_ptr<Trigger>* trigger) override {
+        if (index == nullptr || trigger == nullptr) return kInvalidArgument;
+        if (task_->Triggers().size() >= 0xFFFF) return kOutOfMemory;
+        // Today at this minute, daily, and disabled until SetTrigger says otherwise.
+        const SystemTime now = ToSystemTime(NowInstant(), SystemTimeZone());
+        TASK_TRIGGER t{};
+        t.cbTriggerSize = sizeof t;
+        t.wBeginYear = now.year;
+        t.wBeginMonth = now.month;
+        t.wBeginDay = now.day;
+        t.wStartHour = now.hour;
+        t.wStartMinute = now.minute;
+        t.TriggerType = kTriggerDaily;
+        t.Type.Daily.DaysInterval = 1;
+        t.rgFlags = kTriggerFlagDisabled;
+        task_->Triggers().push_back(t);
+        task_->triggerIds.push_back(++task_->lastTriggerId);
+        *index = static_cast<uint16_t>(task_->Triggers().size() - 1);
+        *trigger = std::make_unique<JobTrigger>(task_, task_->lastTriggerId);
+        return kOk;
+    }
+    int32_t GetTrigger(uint16_t index, std::unique_ptr<Trigger>* trigger) override {
+        if (trigger == nullptr) return kInvalidArgument;
+        if (index >= task_->Triggers().size()) return kTriggerNotFound;
+        *trigger = std::make_unique<JobTrigger>(task_, task_->triggerIds[index]);
+        return kOk;
+    }
+    int32_t DeleteTrigger(uint16_t index) override {
+        if (index >= task_->Triggers().size()) return kTriggerNotFound;
+        task_->Triggers().erase(task_->Triggers().begin() + index);
+        task_->triggerIds.erase(task_->triggerIds.begin() + index);
+        return kOk;
+    }
+    int32_t GetTriggerString(uint16_t index, char16_t** text) override {
+        if (text == nullptr) return kInvalidArgument;
+        *text = nullptr;
+        if (index >= task_->Triggers().size()) return kTriggerNotFound;
+        return HandOut(TriggerText(task_->Triggers()[index]), text);
+    }
+
+    int32_t QueryPersistFile(std::unique_ptr<PersistFile>* persist) override {
+        if (persist == nullptr) return kInvalidArgument;
+        *persist = std::make_unique<JobPersist>(task_);
+        return kOk;
+    }
+
+private:
+    jobs::Definition& Definition() { return task_->record.definition; }
+
+    static int32_t SetText(const char16_t* text, std::u16string* into) {
+        if (text == nullptr) return kInvalidArgument;
+        *into = text;
+        return kOk;
+    }
+    static int32_t GetText(const std::u16string& text, char16_t** out) {
+        if (out == nullptr) return kInvalidArgument;
+        return HandOut(text, out);
+    }
+    template <class T>
+    static int32_t Out(T* out, T value) {
+        if (out == nullptr) return kInvalidArgument;
+        *out = value;
+        return kOk;
+    }
+
+    std::shared_ptr<TaskState> task_;
+};
+
+class JobEnumerator final : public WorkItemEnumerator {
+public:
+    explicit JobEnumerator(std::vector<std::string> names) : names_(std::move(names)) {}
+
+    int32_t Next(uint32_t count, char16_t*** names, uint32_t* fetched) override {
+        if (names == nullptr || fetched == nullptr || count == 0) return kInvalidArgument;
+        *names = nullptr;
+        *fetched = 0;
+        const size_t n = std::min<size_t>(count, names_.size() - next_);
+        if (n == 0) return kFalse;
+        auto** array = static_cast<char16_t**>(std::calloc(n, sizeof(char16_t*)));
+        if (array == nullptr) return kOutOfMemory;
+        for (size_t i = 0; i < n; ++i) {
+            // Listed names are UTF-8 by the store's choosing.
+            if (HandOut(jobs::ToUtf16(names_[next_ + i]).value_or(u""), &array[i]) < 0) {
+                for (size_t k = 0; k < i; ++k) std::free(array[k]);
+                std::free(array);
+                return kOutOfMemory;
+            }
+        }
+        next_ += n;
+        *names = array;
+        *fetched = static_cast<uint32_t>(n);
+        return n == count ? kOk : kFalse;
+    }
+
+private:
+    std::vector<std::string> names_;
+    size_t next_ = 0;
+};
+
+class JobScheduler final : public Scheduler {
+public:
+    explicit JobScheduler(jobs::Store store) : store_(std::move(store)) {}
+
+    int32_t Enum(std::unique_ptr<WorkItemEnumerator>* enumerator) override {
+        if (enumerator == nullptr) return kInvalidArgument;
+        std::vector<std::string> names;
+        const int32_t result = store_.List(&names);
+        if (result < 0) return result;
+        *enumerator = std::make_unique<JobEnumerator>(std::move(names));
+        return kOk;
+    }
+
+    int32_t Activate(const char16_t* name, std::unique_ptr<Task>* task) override {
+        if (task == nullptr) return kInvalidArgument;
+        std::string fileName, stored;
+        int32_t result = jobs::FileNameOf(name, &fileName);
+        if (result < 0 || (result = store_.Resolve(fileName, &stored)) < 0) return result;
+        jobs::Record record;
+        if ((result = store_.Read(stored, &record)) < 0) return result;
+        *task = std::make_unique<JobTask>(std::make_shared<TaskState>(store_, stored, std::move(record)));
+        return kOk;
+    }
+
+    int32_t Delete(const char16_t* name) override {
+        std::string fileName, stored;
+        int32_t result = jobs::FileNameOf(name, &fileName);
+        if (result < 0) return result;
+        jobs::StoreLock lock;
+        if ((result = store_.Lock(&lock)) < 0 || (result = store_.Resolve(fileName, &stored)) < 0) return result;
+        return store_.Remove(stored);
+    }
+
+    int32_t NewWorkItem(const char16_t* name, std::unique_ptr<Task>* task) override {
+        if (task == nullptr) return kInvalidArgument;
+        std::string fileName, stored;
+        int32_t result = jobs::FileNameOf(name, &fileName);
+        if (result < 0) return result;
+        result = store_.Resolve(fileName, &stored);
+        if (result == kOk) return kFileExists;
+        if (result != kFileNotFound) return result;
+        jobs::Record record;
+        record.identity = NewIdentity();
+        *task = std::make_unique<JobTask>(std::make_shared<TaskState>(store_, fileName, std::move(record)));
+        return kOk;
+    }
+
+private:
+    jobs::Store store_;
+};
+
+// Initialize counts per thread, as the platform's does.
+thread_local uint32_t initializeDepth = 0;
+
+class JobSource final : public SchedulerSource {
+public:
+    int32_t Initialize() override { return initializeDepth++ == 0 ? kOk : kFalse; }
+    void Uninitialize() override {
+        if (initializeDepth > 0) --initializeDepth;
+    }
     int32_t CreateScheduler(std::unique_ptr<Scheduler>* scheduler) override {
+        if (scheduler == nullptr) return kInvalidArgument;
         scheduler->reset();
-        return kNotImplemented;
+        if (initializeDepth == 0) return jobs::kNotInitialized;
+        jobs::Store store;
+        const int32_t result = jobs::Store::Open(jobs::DefaultFolder(), &store);
+        if (result < 0) return result;
+        *scheduler = std::make_unique<JobScheduler>(std::move(store));
+        return kOk;
     }
     void FreeMemory(void* block) override { std::free(block); }
 };
@@ -20,7 +450,7 @@ public:
 }  // namespace
 
 SchedulerSource& SystemScheduler() {
-    static NoScheduler source;
+    static JobSource source;
     return source;
 }
 

@@ -5,6 +5,7 @@
 #include <iterator>
 #include <sstream>
 
+#include "host/exec/environment.h"
 #include "host/exec/runner.h"
 #include "host/exec/script.h"
 #include "host/exec/text.h"
@@ -12,12 +13,15 @@
 namespace {
 
 constexpr const char* kUsage =
-    "usage: vrn-exec [--lib PATH] [--json] [--instance NAME] [-Q TEXT | FILE | -]\n"
+    "usage: vrn-exec [--lib PATH] [--json] [--instance NAME] [--task-store DIR] [-Q TEXT | FILE | -]\n"
+    "       vrn-exec [--lib PATH] [--task-store DIR] --run-due\n"
     "Runs T-SQL batches (DECLARE, SET, EXEC, SELECT, PRINT, GO) against the library.\n"
     "  -Q TEXT          run TEXT; otherwise FILE, or standard input when none or '-'\n"
     "  --lib PATH       the library to load (default: $VRN_LIB, else libvrn.so of the build)\n"
     "  --json           one JSON object per EXEC instead of a client's text\n"
-    "  --instance NAME  the instance name the host gives the procedures (none by default)\n";
+    "  --instance NAME  the instance name the host gives the procedures (none by default)\n"
+    "  --task-store DIR the folder of the scheduled tasks (sets VRN_TASK_STORE)\n"
+    "  --run-due        start the stored tasks that came due since the previous look, and end\n";
 
 struct Options {
     std::string library;
@@ -25,6 +29,7 @@ struct Options {
     std::optional<std::string> instance;
     std::optional<std::string> query;
     std::optional<std::string> file;
+    bool runDue = false;
 };
 
 int UsageError(const std::string& why) {
@@ -39,6 +44,22 @@ std::optional<std::u16string> Utf16Of(const std::string& utf8) {
     std::u16string out;
     for (size_t i = 0; i + 1 < bytes.size(); i += 2) out += static_cast<char16_t>(bytes[i] | (bytes[i + 1] << 8));
     return out;
+}
+
+// The library's own look at the task store: one call, no script.
+int RunDue(const std::string& library) {
+    try {
+        const vrn::host::Library lib(library);
+        const int32_t result = lib.CallNoArgs("vrn_TaskStoreRunDue");
+        if (result < 0) {
+            std::cerr << "vrn-exec: the task store answered 0x" << std::hex << static_cast<uint32_t>(result) << "\n";
+            return 1;
+        }
+        return 0;
+    } catch (const std::exception& e) {
+        std::cerr << "vrn-exec: " << e.what() << "\n";
+        return 1;
+    }
 }
 
 }  // namespace
@@ -65,6 +86,11 @@ int main(int argc, char** argv) {
             o.library = *v;
         } else if (auto v = value("--instance")) {
             o.instance = *v;
+        } else if (auto v = value("--task-store")) {
+            if (v->empty()) return UsageError("--task-store needs a folder");
+            if (!vrn::exec::SetEnvironment("VRN_TASK_STORE", v->c_str())) return UsageError("can't set VRN_TASK_STORE");
+        } else if (arg == "--run-due") {
+            o.runDue = true;
         } else if (auto v = value("-Q")) {
             o.query = *v;
         } else if (arg.size() > 1 && arg[0] == '-') {
@@ -77,6 +103,10 @@ int main(int argc, char** argv) {
         if (missing) return UsageError(arg + " needs a value");
     }
     if (o.query && o.file) return UsageError("give -Q or a file, not both");
+    if (o.runDue) {
+        if (o.query || o.file) return UsageError("--run-due runs no script");
+        return RunDue(o.library.empty() ? vrn::host::DefaultLibraryPath() : o.library);
+    }
 
     std::string script;
     if (o.query) {

@@ -222,7 +222,7 @@ public:
             }
             j += "]}";
         }
-        out_ << j << "]}\n";
+        out_ << j << "]" << Events(r) << "}\n";
     }
 
     void Select(const std::vector<std::string>& headers, const std::vector<Value>& values) override {
@@ -240,6 +240,26 @@ public:
     void Print(const Value& value) override { out_ << "{\"print\":" << JsonCell(ShowExact(value)) << "}\n"; }
 
 private:
+    // Every delivery in the order it happened, each naming what it delivered:
+    // a message or done by its place in its list, an output by its parameter,
+    // a described column by its name, a row by its place among the call's rows.
+    static std::string Events(const host::CallResult& r) {
+        std::string j = ",\"events\":[";
+        size_t messages = 0, outputs = 0, dones = 0, columns = 0, rows = 0;
+        for (size_t i = 0; i < r.order.size(); ++i) {
+            j += i ? ",{" : "{";
+            switch (r.order[i]) {
+            case host::EventKind::Message: j += "\"message\":" + std::to_string(messages++); break;
+            case host::EventKind::Output: j += "\"output\":" + std::to_string(r.outputs[outputs++].param); break;
+            case host::EventKind::Done: j += "\"done\":" + std::to_string(dones++); break;
+            case host::EventKind::Describe: j += "\"describe\":" + JsonString(r.columns[columns++].name); break;
+            case host::EventKind::Row: j += "\"row\":" + std::to_string(rows++); break;
+            }
+            j += "}";
+        }
+        return j + "]";
+    }
+
     std::ostream& out_;
 };
 

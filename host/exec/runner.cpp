@@ -1,5 +1,8 @@
 #include "host/exec/runner.h"
 
+#include <chrono>
+#include <thread>
+
 namespace vrn::exec {
 
 void Runner::Run(const std::vector<Batch>& batches) {
@@ -41,6 +44,7 @@ void Runner::Execute(const Statement& s) {
         break;
     }
     case Statement::Kind::Print: reporter_.Print(Evaluate(s.value)); break;
+    case Statement::Kind::WaitFor: std::this_thread::sleep_for(std::chrono::milliseconds(s.delayMilliseconds)); break;
     }
 }
 

@@ -307,8 +307,11 @@ private:
             Take();
             s.kind = Statement::Kind::Print;
             s.value = ParseExpression();
+        } else if (IsWord(first, "waitfor")) {
+            Take();
+            ParseWaitFor(s);
         } else {
-            Fail("a statement (DECLARE, SET, EXEC, SELECT, PRINT or GO)");
+            Fail("a statement (DECLARE, SET, EXEC, SELECT, PRINT, WAITFOR or GO)");
         }
         return s;
     }
@@ -400,8 +403,35 @@ private:
         } while (IsSymbol(Peek(), ",") && (Take(), true));
     }
 
+    // WAITFOR DELAY 'hh:mm:ss[.fff]', the hours below 24.
+    void ParseWaitFor(Statement& s) {
+        s.kind = Statement::Kind::WaitFor;
+        if (!IsWord(Peek(), "delay")) Fail("DELAY (only WAITFOR DELAY 'hh:mm:ss' is supported)");
+        Take();
+        if (Peek().kind != Tok::String) Fail("a time as 'hh:mm:ss'");
+        const std::string text = Peek().text;
+        auto digits = [&](size_t at, size_t count) {
+            uint32_t value = 0;
+            for (size_t i = at; i < at + count; ++i) {
+                if (i >= text.size() || !std::isdigit(static_cast<unsigned char>(text[i]))) return UINT32_MAX;
+                value = value * 10 + static_cast<uint32_t>(text[i] - '0');
+            }
+            return value;
+        };
+        const uint32_t hours = digits(0, 2), minutes = digits(3, 2), seconds = digits(6, 2);
+        const size_t fraction = text.size() > 9 ? text.size() - 9 : 0;
+        const uint32_t milliseconds = fraction > 0 ? digits(9, fraction) * (fraction == 1 ? 100 : fraction == 2 ? 10 : 1) : 0;
+        const bool shaped = (text.size() == 8 || (text.size() > 9 && text.size() <= 12 && text[8] == '.')) &&
+                            text[2] == ':' && text[5] == ':';
+        if (!shaped || hours > 23 || minutes > 59 || seconds > 59 || milliseconds > 999) {
+            Fail("a time as 'hh:mm:ss'");
+        }
+        Take();
+        s.delayMilliseconds = ((hours * 60 + minutes) * 60 + seconds) * 1000 + milliseconds;
+    }
+
     static bool StartsStatement(const Token& t) {
-        for (const char* keyword : {"declare", "set", "exec", "execute", "select", "print"}) {
+        for (const char* keyword : {"declare", "set", "exec", "execute", "select", "print", "waitfor"}) {
             if (IsWord(t, keyword)) return true;
         }
         return false;

@@ -1,7 +1,9 @@
 // The T-SQL that vrn-exec understands, parsed into batches of statements:
-// DECLARE, SET, EXEC, SELECT and PRINT of variables and literals, split by GO.
+// DECLARE, SET, EXEC, SELECT and PRINT of variables and literals, WAITFOR
+// DELAY, split by GO.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -46,7 +48,7 @@ struct SelectItem {
 };
 
 struct Statement {
-    enum class Kind { Declare, Set, Exec, Select, Print };
+    enum class Kind { Declare, Set, Exec, Select, Print, WaitFor };
     Kind kind = Kind::Print;
     int line = 0;
     std::vector<Declaration> declarations;  // Declare
@@ -56,6 +58,7 @@ struct Statement {
     std::string procedure;                  // Exec: the last part of the name
     std::vector<Argument> arguments;        // Exec
     std::vector<SelectItem> items;          // Select
+    uint32_t delayMilliseconds = 0;         // WaitFor
 };
 
 using Batch = std::vector<Statement>;

@@ -138,7 +138,8 @@ TEST_F(ExecTest, JsonGivesEveryDeliveryExactly) {
               "{\"type\":1,\"number\":1,\"class\":1,\"state\":3,\"text\":\"2: 167 4 4 0 0 41E80042\",\"hex\":"
               "\"323A203136372034203420302030203431453830303432\"}],"
               "\"outputs\":{\"1\":{\"type\":167,\"null\":false,\"length\":4,\"hex\":\"41E80042\",\"value\":"
-              "\"A\xC3\xA8\\u0000B\"}},\"done\":[{\"status\":0,\"info\":0,\"count\":0}],\"resultsets\":[]}")
+              "\"A\xC3\xA8\\u0000B\"}},\"done\":[{\"status\":0,\"info\":0,\"count\":0}],\"resultsets\":[],"
+              "\"events\":[{\"message\":0},{\"message\":1},{\"output\":1},{\"done\":0}]}")
         << first;
     for (const char* expected : {"\"1\":{\"type\":109,\"null\":false,\"length\":8,\"hex\":\"343333333333C33F\","
                                  "\"value\":\"0.15000000000000002\"}",
@@ -177,6 +178,11 @@ TEST_F(ExecTest, RowSetsMessagesAndReturnStatus) {
                             "[null,\"7\",\"0\",null,null]]"),
               std::string::npos)
         << json.out;
+    EXPECT_NE(json.out.find("\"events\":[{\"message\":0},{\"describe\":\"Name\"},{\"describe\":\"Count\"},"
+                            "{\"describe\":\"Status\"},{\"describe\":\"When\"},{\"describe\":\"Data\"},{\"row\":0},"
+                            "{\"row\":1},{\"done\":0},{\"message\":1},{\"done\":1}]}"),
+              std::string::npos)
+        << json.out;
 }
 
 // SELECT shows each type as a client would see it.
@@ -206,7 +212,7 @@ TEST_F(ExecTest, BatchSyntax) {
         "set @a = -7; SET @b = @a\n"
         "print @b\n"
         "PRINT NULL\n"
-        "PRINT 'two\nlines'\n"
+        "PRINT 'two\nlines' WAITFOR DELAY '00:00:00.05'\n"
         "execute master..fx_Echo @a OUT, 3\n"
         "exec dbo.[fx_Echo]\n"
         "  GO  \n"
@@ -251,7 +257,8 @@ TEST_F(ExecTest, ScriptErrorsGiveTheirLine) {
         {"EXEC fx_Echo 1 OUTPUT", "line 1: OUTPUT needs a variable"},
         {"SELECT '\xE5\xAD\x97'", "line 1: the character U+5B57 has no Windows-1252 byte"},
         {"PRINT 1\nPRINT '\xE8'", "line 2: the script isn't valid UTF-8"},
-        {"PRINT 1 2", "line 1: expected a statement (DECLARE, SET, EXEC, SELECT, PRINT or GO), found '2'"},
+        {"PRINT 1 2", "line 1: expected a statement (DECLARE, SET, EXEC, SELECT, PRINT, WAITFOR or GO), found '2'"},
+        {"WAITFOR DELAY '00:60:00'", "line 1: expected a time as 'hh:mm:ss', found '00:60:00'"},
     };
     for (const Case& c : cases) {
         const Outcome run = Exec(c.script);

@@ -1,0 +1,81 @@
+#include <stdlib.h>
+
+#include <ctime>
+#include <fstream>
+
+#include "tasks/run_due_posix.h"
+#include "tasks/local_time_posix.h"
+#include "tests/tasks/store_fixture_posix.h"
+
+namespace vrn::tasks::testing {
+namespace {
+
+class RunDue : public StoreTest {
+protected:
+    void SetUp() override {
+        StoreTest::SetUp();
+        setenv("TZ", "UTC0", 1);
+        tzset();
+        ASSERT_EQ(jobs::Store::Open(folder_, &store_), kOk);
+    }
+    void TearDown() override {
+        unsetenv("TZ");
+        tzset();
+        StoreTest::TearDown();
+    }
+    // A task started daily at that hour.
+    void Daily(const char16_t* name, uint16_t hour, const char16_t* application, uint32_t flags = 0) {
+        std::unique_ptr<Task> task = MakeTask(name, application);
+        uint16_t index = 0;
+        std::unique_ptr<Trigger> trigger;
+        ASSERT_EQ(task->CreateTrigger(&index, &trigger), kOk);
+        TASK_TRIGGER t{};
+        ASSERT_EQ(trigger->GetTrigger(&t), kOk);
+        t.wBeginYear = 2024, t.wBeginMonth = 1, t.wBeginDay = 1;
+        t.wStartHour = hour, t.wStartMinute = 0;
+        t.rgFlags = 0;
+        ASSERT_EQ(trigger->SetTrigger(t), kOk);
+        ASSERT_EQ(task->SetFlags(flags), kOk);
+        ASSERT_EQ(Save(*task), kOk);
+    }
+    std::vector<std::string> Look(int day, int hour, int minute) {
+        std::vector<std::string> started;
+        EXPECT_EQ(jobs::RunDue(store_, SystemTimeZone().ToInstant({2024, 1, day, hour, minute}), SystemTimeZone(),
+                               &started),
+                  kOk);
+        return started;
+    }
+    jobs::Store store_;
+};
+
+using Names = std::vector<std::string>;
+
+TEST_F(RunDue, StartsWhatWasDueSinceThePreviousLookOnce) {
+    Daily(u"at10", 10, u"true");
+    Daily(u"at8", 8, u"true");
+    Daily(u"at12", 12, u"true");
+    Daily(u"off", 10, u"true", kTaskFlagDisabled);
+    Daily(u"long", 10, u"sleep");
+    std::unique_ptr<Task> slow = Open(u"long");
+    ASSERT_EQ(slow->SetParameters(u"30"), kOk);
+    ASSERT_EQ(Save(*slow), kOk);
+    std::ofstream(folder_ + "/.tmp-left") << "a save that was killed";
+
+    EXPECT_EQ(Look(1, 9, 0), Names{});  // the first look only records the time
+    EXPECT_FALSE(std::ifstream(folder_ + "/.tmp-left").good());
+    EXPECT_EQ(Look(1, 10, 30), (Names{"at10.job", "long.job"}));
+    EXPECT_EQ(Look(1, 10, 31), Names{});
+    // Three days missed: each task once; the long one still runs from before.
+    EXPECT_EQ(Look(4, 8, 30), (Names{"at10.job", "at12.job", "at8.job"}));
+    EXPECT_EQ(Look(3, 0, 0), Names{});  // the clock went back
+    EXPECT_EQ(Look(3, 10, 0), (Names{"at10.job", "at8.job"}));
+
+    EXPECT_EQ(Open(u"long")->Terminate(), kOk);
+    SystemTime last{};
+    ASSERT_EQ(Open(u"at8")->GetMostRecentRunTime(&last), kOk);
+    EXPECT_EQ(last.day, 3);  // the look's time
+    EXPECT_EQ(last.hour, 10);
+}
+
+}  // namespace
+}  // namespace vrn::tasks::testing

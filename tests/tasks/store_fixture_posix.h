@@ -1,0 +1,75 @@
+// A job store in a temporary folder of its own, reached through the system
+// scheduler source as the procedures reach it.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include "tasks/scheduler.h"
+
+namespace vrn::tasks::testing {
+
+class StoreTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        char pattern[] = "/tmp/vrn-store-XXXXXX";
+        ASSERT_NE(mkdtemp(pattern), nullptr);
+        folder_ = pattern;
+        setenv("VRN_TASK_STORE", folder_.c_str(), 1);
+        ASSERT_GE(source_.Initialize(), 0);
+        ASSERT_EQ(source_.CreateScheduler(&scheduler_), kOk);
+    }
+    void TearDown() override {
+        scheduler_.reset();
+        source_.Uninitialize();
+        unsetenv("VRN_TASK_STORE");
+        // A watcher may still be recording the end of a run in there.
+        for (int i = 0; i < 100; ++i) {
+            std::error_code error;
+            std::filesystem::remove_all(folder_, error);
+            if (!error) break;
+            usleep(20000);
+        }
+    }
+
+    // A stored task of that name with an application and parameters.
+    std::unique_ptr<Task> MakeTask(const char16_t* name, const char16_t* application = u"/bin/true",
+                                   const char16_t* parameters = u"") {
+        std::unique_ptr<Task> task;
+        EXPECT_EQ(scheduler_->NewWorkItem(name, &task), kOk);
+        if (!task) return nullptr;
+        EXPECT_EQ(task->SetApplicationName(application), kOk);
+        EXPECT_EQ(task->SetParameters(parameters), kOk);
+        EXPECT_EQ(task->SetWorkingDirectory(Wide(folder_).c_str()), kOk);
+        EXPECT_EQ(Save(*task), kOk);
+        return task;
+    }
+    static int32_t Save(Task& task) {
+        std::unique_ptr<PersistFile> persist;
+        const int32_t result = task.QueryPersistFile(&persist);
+        return result < 0 ? result : persist->Save(nullptr, true);
+    }
+    std::unique_ptr<Task> Open(const char16_t* name) {
+        std::unique_ptr<Task> task;
+        EXPECT_EQ(scheduler_->Activate(name, &task), kOk);
+        return task;
+    }
+    // A text the store handed out, freed.
+    std::u16string Take(char16_t* text) {
+        std::u16string out = text != nullptr ? text : u"(null)";
+        source_.FreeMemory(text);
+        return out;
+    }
+    static std::u16string Wide(const std::string& ascii) { return std::u16string(ascii.begin(), ascii.end()); }
+
+    SchedulerSource& source_ = SystemScheduler();
+    std::unique_ptr<Scheduler> scheduler_;
+    std::string folder_;
+};
+
+}  // namespace vrn::tasks::testing
