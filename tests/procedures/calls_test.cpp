@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "calls.h"
+#include "tests/procedures/calls.h"
 
 namespace vrn {
 namespace {

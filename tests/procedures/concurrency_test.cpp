@@ -11,9 +11,9 @@
 #include <utility>
 #include <vector>
 
-#include "calls.h"
 #include "frame/platform.h"
 #include "frame/procedure.h"
+#include "tests/procedures/calls.h"
 
 namespace vrn {
 namespace {

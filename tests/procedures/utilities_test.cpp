@@ -12,7 +12,7 @@
 #include <thread>
 #include <vector>
 
-#include "calls.h"
+#include "tests/procedures/calls.h"
 #include "utilities/debug_output.h"
 #include "utilities/server_info.h"
 

@@ -14,7 +14,7 @@
 #include <iterator>
 #include <string>
 
-#include "calls.h"
+#include "tests/procedures/calls.h"
 
 namespace vrn {
 namespace {
