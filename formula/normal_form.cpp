@@ -33,8 +33,9 @@ size_t FormatOperand(double operand, char* out) {
 }
 
 // How an operation is written: the character in front of its number (kSign:
-// the operand's own sign, + included), the one behind it, and for rounding
-// the letter behind the A.
+// the operand's own sign, + included), the one behind it, for rounding the
+// letter behind the A; and whether an operand of 0 leaves the value as it is,
+// so that the operation can go unwritten.
 constexpr char kSign = 1;
 
 struct Form {

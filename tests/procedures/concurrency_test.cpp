@@ -3,9 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <barrier>
 #include <chrono>
+#include <condition_variable>
 #include <future>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <utility>
@@ -32,6 +33,29 @@ struct Call {
     std::vector<Param> params;
 };
 
+// Two threads wait here for each other, round after round. Not std::barrier:
+// in the Windows build its wait hung now and then.
+class Meeting {
+public:
+    void Meet() {
+        std::unique_lock<std::mutex> lock(mutex_);
+        const uint64_t round = round_;
+        if (++arrived_ == 2) {
+            arrived_ = 0;
+            ++round_;
+            met_.notify_all();
+            return;
+        }
+        met_.wait(lock, [&] { return round_ != round; });
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable met_;
+    int arrived_ = 0;
+    uint64_t round_ = 0;
+};
+
 // Two calls on two threads meet each time the host hands a value over or takes
 // one back, so that each runs its work between the other's reading and
 // answering: a buffer the calls shared would give one the other's answer.
@@ -55,9 +79,9 @@ TEST(Concurrency, CallsSideBySideKeepTheirOwnValues) {
     for (int t = 0; t < 2; ++t) {
         for (const auto& pair : pairs) serial[t].push_back(Trace(Lib().Call(pair.procedure, pair.params[t])));
     }
-    std::barrier meet(2);
+    Meeting meeting;
     host::CallOptions options;
-    options.onValueTransfer = [&meet] { meet.arrive_and_wait(); };
+    options.onValueTransfer = [&meeting] { meeting.Meet(); };
     std::vector<std::thread> threads;
     for (int t = 0; t < 2; ++t) {
         threads.emplace_back([&, t] {
