@@ -70,14 +70,25 @@ struct ParserMemory {
     static inline void (*release)(void* block) = std::free;
 };
 
+// One entry of the parser's stacks: the states, values and locations run in
+// parallel, so one array of entries holds all three.
+template <class Value, class Location>
+struct StackEntry {
+    Value value;
+    Location location;
+    int16_t state;  // the offset of its row in the driver's table
+};
+
 template <class Value, class Location, class Context>
 class Reduction {
 public:
-    Reduction(Context* context, const Value* rhs, const Location* rhsLocations, Value& value, Location& location)
-        : context(context), value(value), location(location), rhs_(rhs), rhsLocations_(rhsLocations) {}
+    using Entry = StackEntry<Value, Location>;
 
-    [[nodiscard]] const Value& operator[](int i) const { return rhs_[i - 1]; }
-    [[nodiscard]] const Location& At(int i) const { return rhsLocations_[i - 1]; }
+    Reduction(Context* context, const Entry* rhs, Value& value, Location& location)
+        : context(context), value(value), location(location), rhs_(rhs) {}
+
+    [[nodiscard]] const Value& operator[](int i) const { return rhs_[i - 1].value; }
+    [[nodiscard]] const Location& At(int i) const { return rhs_[i - 1].location; }
     void Abort() { aborted_ = true; }
     [[nodiscard]] bool Aborted() const { return aborted_; }
 
@@ -86,15 +97,14 @@ public:
     Location& location;
 
 private:
-    const Value* rhs_;
-    const Location* rhsLocations_;
+    const Entry* rhs_;
     bool aborted_ = false;
 };
 
 // The token that the parser holds between reading and shifting it.
 template <class Value, class Location>
 struct Lookahead {
-    int32_t terminal;
+    int32_t column;  // its terminal's column in the driver's rows; 0 while none is held
     Value value;
     Location location;
 };
@@ -151,8 +161,8 @@ public:
     using StackLocation = typename GrammarType::StackLocationType;
     using Context = typename GrammarType::ContextType;
     using Reduce = typename GrammarType::Reduce;
-    static_assert(std::is_trivially_copyable_v<Value> && std::is_trivially_copyable_v<StackLocation>,
-                  "stack entries are moved as bytes when the stacks grow");
+    using Entry = StackEntry<Value, StackLocation>;
+    static_assert(std::is_trivially_copyable_v<Entry>, "stack entries are moved as bytes when the stacks grow");
 
     // The grammar's parser with its tables, built at the first call; null
     // when memory ran out for them (the next call tries again).
@@ -179,21 +189,55 @@ private:
         return text;
     }
 
-    // The driver's own forms of the tables: the action table with each
-    // state's default written into its empty entries, and per state the
-    // reduction it takes without reading a token (0: it reads one).
+    // A row's entry for "no token held" in a state that needs one.
+    static constexpr int16_t kReadToken = INT16_MIN + 1;
+
+    // Token codes the translation covers: every byte and the grammar's named tokens.
+    static constexpr int32_t kCodeCount = [] {
+        int32_t most = 255;
+        for (const lalr::TokenName& token : G.tokens) most = token.code > most ? token.code : most;
+        return most + 1;
+    }();
+    // Where the rows begin in table_, behind the translation and the goto columns.
+    static constexpr size_t kRowsAt = static_cast<size_t>(kCodeCount) + kRuleCount + 1;
+
+    // The driver's own form of the tables, all in table_ so that one register
+    // reaches them: per token code its terminal's column (1 + terminal); per
+    // production the column of its left side's gotos; then one row per state,
+    // known by its offset from the first. Column 0 of a row is the action while
+    // no token is held: the reduction a state takes without reading one, or
+    // kReadToken. Then come the actions per terminal, the default written into
+    // the empty entries, and the gotos per nonterminal.
     void BuildDriverTables() {
-        const size_t terminals = static_cast<size_t>(tables_.terminalCount);
-        resolvedAction_.resize(static_cast<size_t>(tables_.stateCount) * terminals);
-        immediateAction_.assign(static_cast<size_t>(tables_.stateCount), 0);
+        const int terminals = tables_.terminalCount;
+        const int width = 1 + terminals + tables_.nonterminalCount;
+        if (static_cast<int64_t>(tables_.stateCount) * width >= lalr::kAcceptAction) {
+            tables_.problems.push_back("too many states for 16-bit rows");
+            tables_.stateCount = 0;
+            return;
+        }
+        auto offsetOf = [&](int state) { return static_cast<int16_t>(state * width); };
+        table_.assign(kRowsAt + static_cast<size_t>(tables_.stateCount) * static_cast<size_t>(width), 0);
+        for (int32_t code = 1; code < kCodeCount; ++code) {
+            table_[static_cast<size_t>(code)] = static_cast<int16_t>(1 + tables_.Terminal(code));
+        }
+        for (size_t rule = 0; rule < tables_.ruleLhs.size() && rule <= kRuleCount; ++rule) {
+            table_[static_cast<size_t>(kCodeCount) + rule] = static_cast<int16_t>(1 + terminals + tables_.ruleLhs[rule]);
+        }
+        int16_t* const rows = &table_[kRowsAt];
         for (int state = 0; state < tables_.stateCount; ++state) {
-            for (int terminal = 0; terminal < tables_.terminalCount; ++terminal) {
-                resolvedAction_[static_cast<size_t>(state) * terminals + static_cast<size_t>(terminal)] =
-                    tables_.Action(state, terminal);
-            }
+            int16_t* row = rows + offsetOf(state);
             const size_t at = static_cast<size_t>(state);
-            if (!tables_.needsLookahead[at] && tables_.defaultRule[at] != 0) {
-                immediateAction_[at] = static_cast<int16_t>(-tables_.defaultRule[at]);
+            const bool immediate = !tables_.needsLookahead[at] && tables_.defaultRule[at] != 0;
+            row[0] = immediate ? static_cast<int16_t>(-tables_.defaultRule[at]) : kReadToken;
+            for (int terminal = 0; terminal < terminals; ++terminal) {
+                const int16_t action = tables_.Action(state, terminal);
+                const bool shift = action > 0 && action != lalr::kAcceptAction;
+                row[1 + terminal] = shift ? offsetOf(action) : action;
+            }
+            for (int nonterminal = 0; nonterminal < tables_.nonterminalCount; ++nonterminal) {
+                const int to = tables_.Goto(state, nonterminal);
+                row[1 + terminals + nonterminal] = to < 0 ? int16_t{-1} : offsetOf(to);
             }
         }
         // The driver counts each right side itself; the builder must agree.
@@ -215,11 +259,10 @@ private:
                               std::index_sequence<I...>);
 
     lalr::ParseTables tables_;
-    std::vector<int16_t> resolvedAction_;
-    std::vector<int16_t> immediateAction_;
+    std::vector<int16_t> table_;
 };
 
-// The three stacks: first in the frame, then in one block of the heap.
+// The stacks: first in the frame, then in one block of the heap.
 template <const auto& G>
 class Parser<G>::Stacks {
 public:
@@ -230,9 +273,7 @@ public:
         if (block_ != nullptr) ParserMemory::release(block_);
     }
 
-    int16_t* states = initialStates_;
-    Value* values = initialValues_;
-    StackLocation* locations = initialLocations_;
+    Entry* entries = initial_;
     int capacity = kParserInitialDepth;
 
     // Called when the last entry of the capacity has been written: doubles
@@ -241,42 +282,27 @@ public:
     [[nodiscard]] bool Grow() {
         if (capacity >= kParserMaxDepth) return false;
         const int grown = capacity * 2 < kParserMaxDepth ? capacity * 2 : kParserMaxDepth;
-        const size_t cap = static_cast<size_t>(grown);
-        const size_t locationsAt = AlignUp(cap * sizeof(Value), alignof(StackLocation));
-        const size_t statesAt = AlignUp(locationsAt + cap * sizeof(StackLocation), alignof(int16_t));
-        auto* block = static_cast<unsigned char*>(ParserMemory::allocate(statesAt + cap * sizeof(int16_t)));
+        auto* block = static_cast<Entry*>(ParserMemory::allocate(static_cast<size_t>(grown) * sizeof(Entry)));
         if (block == nullptr) return false;
-        const size_t used = static_cast<size_t>(capacity);
-        auto* newValues = reinterpret_cast<Value*>(block);
-        auto* newLocations = reinterpret_cast<StackLocation*>(block + locationsAt);
-        auto* newStates = reinterpret_cast<int16_t*>(block + statesAt);
-        std::memcpy(static_cast<void*>(newValues), values, used * sizeof(Value));
-        std::memcpy(static_cast<void*>(newLocations), locations, used * sizeof(StackLocation));
-        std::memcpy(newStates, states, used * sizeof(int16_t));
+        std::memcpy(static_cast<void*>(block), entries, static_cast<size_t>(capacity) * sizeof(Entry));
         if (block_ != nullptr) ParserMemory::release(block_);
         block_ = block;
-        values = newValues;
-        locations = newLocations;
-        states = newStates;
+        entries = block;
         capacity = grown;
         return true;
     }
 
 private:
-    static_assert(alignof(Value) <= alignof(std::max_align_t) && alignof(StackLocation) <= alignof(std::max_align_t));
-    static size_t AlignUp(size_t offset, size_t alignment) { return (offset + alignment - 1) / alignment * alignment; }
+    static_assert(alignof(Entry) <= alignof(std::max_align_t));
 
     void* block_ = nullptr;
-    int16_t initialStates_[kParserInitialDepth];
-    Value initialValues_[kParserInitialDepth];
-    StackLocation initialLocations_[kParserInitialDepth];
+    Entry initial_[kParserInitialDepth];
 };
 
-// What a reduction reads: the stacks' arrays, the top entry and the caller's record.
+// What a reduction reads: the stack's entries, the top one and the caller's record.
 template <const auto& G>
 struct Parser<G>::Frame {
-    Value* values;
-    StackLocation* locations;
+    Entry* entries;
     int top;
     Context* context;
 };
@@ -287,24 +313,22 @@ template <const auto& G>
 template <size_t I>
 inline int Parser<G>::ReduceBy(Frame& frame, Value& value, StackLocation& location) {
     constexpr int length = RightSideLength(G.rules[I].production);
-    const int first = frame.top - length + 1;
+    const Entry* const rhs = frame.entries + (frame.top - length + 1);
     if constexpr (length > 0) {
-        value = frame.values[first];
-        location = SpanLocation(frame.locations[first], frame.locations[frame.top]);
+        value = rhs[0].value;
+        location = SpanLocation(rhs[0].location, rhs[length - 1].location);
     } else {
         value = Value{};
-        location = EmptyLocationAfter(frame.locations[frame.top]);
+        location = EmptyLocationAfter(frame.entries[frame.top].location);
     }
     if constexpr (G.rules[I].action != nullptr) {
-        Reduce reduce(frame.context, frame.values + first, frame.locations + first, value, location);
+        Reduce reduce(frame.context, rhs, value, location);
         G.rules[I].action(reduce);
         if (reduce.Aborted()) return -1;
     }
     return length;
 }
 
-// Runs the reduction by `rule` (1-based); its right side's length, or -1
-// when the action aborted. The equality chain compiles to one jump table.
 template <const auto& G>
 template <size_t... I>
 inline int Parser<G>::ReduceDispatch(int rule, Frame& frame, Value& value, StackLocation& location,
@@ -316,83 +340,67 @@ inline int Parser<G>::ReduceDispatch(int rule, Frame& frame, Value& value, Stack
 
 template <const auto& G>
 int32_t Parser<G>::Parse(Context* context) const {
-    constexpr int32_t kNoLookahead = -1;
     if (tables_.stateCount == 0) return kParseSyntaxError;  // a grammar that didn't build
 
     // The tables as plain arrays in locals: the vectors would be read anew
     // behind every store to the stacks.
-    const int16_t* const actions = resolvedAction_.data();
-    const int16_t* const immediate = immediateAction_.data();
-    const int16_t* const gotos = tables_.gotoState.data();
-    const uint16_t* const ruleLhs = tables_.ruleLhs.data();
-    const int16_t* const translate = tables_.translate.data();
-    const int32_t translated = static_cast<int32_t>(tables_.translate.size());
-    const size_t terminalCount = static_cast<size_t>(tables_.terminalCount);
-    const size_t nonterminalCount = static_cast<size_t>(tables_.nonterminalCount);
+    const int16_t* const rows = table_.data() + kRowsAt;
+    const int16_t* const columnOfCode = rows - kRowsAt;
+    const int16_t* const gotoColumn = rows - kRuleCount - 1;
 
-    Lookahead<Value, Location> local;
-    constexpr bool kShared = G.sharedLookahead != nullptr;
-    Lookahead<Value, Location>& lookahead = [&]() -> Lookahead<Value, Location>& {
-        if constexpr (kShared) return *G.sharedLookahead;
-        else return local;
-    }();
-    lookahead.terminal = kNoLookahead;
-    lookahead.value = Value{};
-    lookahead.location = InitialLocation(Location{});
+    // The lookahead in locals; a grammar that keeps it process-wide gets a
+    // copy of each token read.
+    int column = 0;  // its terminal's column in a row; 0 while none is held
+    Value tokenValue{};
+    Location tokenLocation = InitialLocation(Location{});
+    if constexpr (G.sharedLookahead != nullptr) *G.sharedLookahead = {column, tokenValue, tokenLocation};
 
     Stacks stacks;
-    int16_t* states = stacks.states;
-    Frame frame{stacks.values, stacks.locations, 0, context};
+    Frame frame{stacks.entries, 0, context};
     int lastEntry = stacks.capacity - 1;
-    int state = 0;
-    states[0] = 0;
-    frame.values[0] = Value{};
-    frame.locations[0] = StackLocation(lookahead.location);
+    int state = 0;  // the offset of its row
+    frame.entries[0].state = 0;
+    frame.entries[0].location = StackLocation(tokenLocation);
 
     Value value;
     StackLocation location;
     for (;;) {
-        int action = immediate[state];
-        if (action == 0) {
-            if (lookahead.terminal == kNoLookahead) {
-                // As lalr::ParseTables::Terminal: 0 or below ends the input, an unknown code matches nothing.
-                const int32_t code = G.nextToken(&lookahead.value, &lookahead.location, context);
-                lookahead.terminal = code <= 0          ? lalr::kEndTerminal
-                                     : code < translated ? translate[code]
-                                                         : lalr::kUndefinedTerminal;
-            }
-            action = actions[static_cast<size_t>(state) * terminalCount + static_cast<size_t>(lookahead.terminal)];
+        int action = rows[state + column];
+        if (action == kReadToken) {
+            // As lalr::ParseTables::Terminal: 0 or below ends the input, an unknown code matches nothing.
+            const int32_t code = G.nextToken(&tokenValue, &tokenLocation, context);
+            column = code <= 0 ? 1 + lalr::kEndTerminal : code < kCodeCount ? columnOfCode[code] : 1 + lalr::kUndefinedTerminal;
+            if constexpr (G.sharedLookahead != nullptr) *G.sharedLookahead = {column, tokenValue, tokenLocation};
+            action = rows[state + column];
         }
 
         if (action > 0) {
             if (action == lalr::kAcceptAction) return kParseAccepted;
             state = action;
-            ++frame.top;
-            states[frame.top] = static_cast<int16_t>(state);
-            frame.values[frame.top] = lookahead.value;
-            frame.locations[frame.top] = StackLocation(lookahead.location);
-            lookahead.terminal = kNoLookahead;
+            Entry& pushed = frame.entries[++frame.top];
+            pushed.state = static_cast<int16_t>(state);
+            pushed.value = tokenValue;
+            pushed.location = StackLocation(tokenLocation);
+            column = 0;
         } else if (action == lalr::kErrorAction) {
-            G.recordError(context, lookahead.location);
+            G.recordError(context, tokenLocation);
             return kParseSyntaxError;
         } else {
             const int length = ReduceDispatch(-action, frame, value, location, std::make_index_sequence<kRuleCount>{});
             if (length < 0) return kParseSyntaxError;
             frame.top -= length;
-            state = gotos[static_cast<size_t>(states[frame.top]) * nonterminalCount + ruleLhs[-action]];
-            ++frame.top;
-            states[frame.top] = static_cast<int16_t>(state);
-            frame.values[frame.top] = value;
-            frame.locations[frame.top] = location;
+            state = rows[frame.entries[frame.top].state + gotoColumn[-action]];
+            Entry& pushed = frame.entries[++frame.top];
+            pushed.state = static_cast<int16_t>(state);
+            pushed.value = value;
+            pushed.location = location;
         }
         if (frame.top == lastEntry) {
             if (!stacks.Grow()) {
-                G.recordError(context, lookahead.location);
+                G.recordError(context, tokenLocation);
                 return kParseExhausted;
             }
-            states = stacks.states;
-            frame.values = stacks.values;
-            frame.locations = stacks.locations;
+            frame.entries = stacks.entries;
             lastEntry = stacks.capacity - 1;
         }
     }

@@ -253,8 +253,6 @@ void ScanAutomaton::Build(std::span<const ScanRule> rules) {
         classOf_[byte] = it->second;
     }
     const size_t classCount = classes.size();
-    while ((size_t{1} << rowShift_) < classCount) ++rowShift_;
-    const size_t rowWidth = size_t{1} << rowShift_;
 
     std::map<StateSet, uint16_t> ids;
     std::vector<StateSet> sets;
@@ -263,20 +261,21 @@ void ScanAutomaton::Build(std::span<const ScanRule> rules) {
         if (added) sets.push_back(std::move(set));
         return it->second;
     };
-    idOf({});                   // kDead
+    idOf({});                    // kDead
     idOf(Closure(states, {0}));  // kStart
 
+    std::vector<uint16_t> next;  // per state, per class
+    std::vector<uint16_t> acceptedRule;  // per state
     for (size_t current = 0; current < sets.size(); ++current) {
         if (sets.size() >= std::numeric_limits<uint16_t>::max()) {
             problems_.push_back("automaton too large");
-            break;
+            return;
         }
         uint16_t rule = 0;
         for (int s : sets[current]) {
             if (states[s].rule != 0 && (rule == 0 || states[s].rule < rule)) rule = states[s].rule;
         }
-        rule_.push_back(rule);
-        next_.resize(current * rowWidth, kDead);
+        acceptedRule.push_back(rule);
         for (size_t c = 0; c < classCount; ++c) {
             StateSet moved;
             for (int s : sets[current]) {
@@ -284,40 +283,45 @@ void ScanAutomaton::Build(std::span<const ScanRule> rules) {
             }
             std::sort(moved.begin(), moved.end());
             moved.erase(std::unique(moved.begin(), moved.end()), moved.end());
-            const uint16_t to = moved.empty() ? kDead : idOf(Closure(states, std::move(moved)));
-            next_.push_back(to);
+            next.push_back(moved.empty() ? uint16_t{0} : idOf(Closure(states, std::move(moved))));
         }
     }
-    rule_.resize(sets.size());
-    next_.resize(sets.size() * rowWidth, kDead);
-    PutAcceptingStatesLast(rowWidth);
+    LayOutRows(next, acceptedRule, classCount);
 }
 
-// Numbers the accepting states after all others, so that the matching loop
-// tells them by one comparison instead of a look into rule_.
-void ScanAutomaton::PutAcceptingStatesLast(size_t rowWidth) {
-    const size_t count = rule_.size();
-    std::vector<uint16_t> newId(count);
-    uint16_t next = kStart + 1;
-    for (size_t pass = 0; pass < 2; ++pass) {
-        for (size_t state = kStart + 1; state < count; ++state) {
-            if ((rule_[state] != 0) == (pass == 1)) newId[state] = next++;
-        }
-        if (pass == 0) firstAccepting_ = next;
+// The matching loop's form: a row per state, known by its offset, with the
+// offset of the next state per class and the state's rule in its last column.
+// The accepting states come last, so that one comparison tells them.
+void ScanAutomaton::LayOutRows(const std::vector<uint16_t>& next, const std::vector<uint16_t>& rules,
+                               size_t classCount) {
+    constexpr size_t kStartState = 1;
+    const size_t count = rules.size();
+    size_t width = 1;
+    while (width < classCount + 1) width *= 2;
+    if (count * width > std::numeric_limits<uint16_t>::max()) {
+        problems_.push_back("automaton too large");
+        return;
     }
-    newId[kDead] = kDead;
-    if (count > kStart) newId[kStart] = kStart;
 
-    std::vector<uint16_t> rule(count);
-    std::vector<uint16_t> table(next_.size(), kDead);
-    for (size_t state = 0; state < count; ++state) {
-        rule[newId[state]] = rule_[state];
-        for (size_t c = 0; c < rowWidth; ++c) {
-            table[newId[state] * rowWidth + c] = newId[next_[state * rowWidth + c]];
+    std::vector<size_t> order(count);  // new number of each state: dead, start, the others, the accepting
+    size_t numbered = 0;
+    order[0] = numbered++;
+    if (count > kStartState) order[kStartState] = numbered++;
+    for (bool accepting : {false, true}) {
+        if (accepting) firstAccepting_ = static_cast<uint32_t>(numbered * width);
+        for (size_t state = kStartState + 1; state < count; ++state) {
+            if ((rules[state] != 0) == accepting) order[state] = numbered++;
         }
     }
-    rule_ = std::move(rule);
-    next_ = std::move(table);
+
+    rows_.assign(count * width, 0);
+    for (size_t state = 0; state < count; ++state) {
+        uint16_t* row = &rows_[order[state] * width];
+        for (size_t c = 0; c < classCount; ++c) row[c] = static_cast<uint16_t>(order[next[state * classCount + c]] * width);
+        row[width - 1] = rules[state];
+    }
+    ruleColumn_ = static_cast<uint32_t>(width - 1);
+    start_ = static_cast<uint32_t>(count > kStartState ? width : 0);
 }
 
 }  // namespace vrn

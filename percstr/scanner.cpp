@@ -55,9 +55,9 @@ void ScannerEngine::SaveCurrentBuffer() {
 }
 
 bool ScannerEngine::Prepare() noexcept {
-    if (tables_.next != nullptr) return true;
+    if (tables_.rows != nullptr) return true;
     const ScanAutomaton* automaton = BuiltOrNull(automatonSource_);
-    if (automaton == nullptr) return false;
+    if (automaton == nullptr || automaton->Problems().size() > 0) return false;
     tables_ = automaton->Tables();
     return true;
 }
@@ -70,25 +70,6 @@ bool ScannerEngine::Start() {
     if (currentBuffer_->status == kBufferNew) currentBuffer_->status = kBufferScanning;
     started_ = true;
     return true;
-}
-
-int ScannerEngine::NoMatch(char* start) {
-    if (start != bufferEnd_) {
-        // Only a rule table without a rule for every byte gets here.
-        ReportScanFatal(ScanFatal::NoActionFound);
-    }
-    return EndOfInput();
-}
-
-// The end-of-buffer match covers the first final NUL; the read position
-// stays on it, so every later request ends here again.
-int ScannerEngine::EndOfInput() {
-    currentBuffer_->status = kBufferEndSeen;
-    tokenText_ = bufferEnd_;
-    tokenLength_ = 1;
-    readPosition_ = bufferEnd_;
-    heldCharacter_ = 0;
-    return kEndOfInput;
 }
 
 }  // namespace vrn

@@ -9,7 +9,9 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <span>
+#include <utility>
 #include <string>
 #include <vector>
 
@@ -84,18 +86,34 @@ struct ScanRow {
     bool ignoreCase = false;
 };
 
-// An automaton's tables as the matching loop reads them.
+// An automaton's tables as the matching loop reads them. A state is known by
+// the offset of its row in rows: the offsets of the next states by byte
+// class, and the state's rule (1-based, 0: none) in column ruleColumn. The
+// dead state's row is at 0.
 struct ScanTables {
     const uint8_t* classOf = nullptr;  // per byte
-    const uint16_t* next = nullptr;    // rows of 1 << rowShift entries, per state
-    const uint16_t* rule = nullptr;    // per state
-    uint32_t rowShift = 0;
-    uint32_t firstAccepting = 0;       // the accepting states are numbered from here on
+    const uint16_t* rows = nullptr;
+    uint32_t start = 0;
+    uint32_t firstAccepting = 0;  // rows from here on are accepting states
+    uint32_t ruleColumn = 0;
 };
 
-// The deterministic automaton of a rule table: state 0 is dead, state 1 the
-// start. Rule(state) is the 1-based number of the first rule that the text
-// up to that state matches, 0 when none does.
+// Calls act(row) with the row of a rule number (1-based) of a constexpr row
+// table, the row known to the compiler in each case: the switch on its action
+// folds away. What act gives, or otherwise for a number outside the table.
+template <const auto& Rows, class Result, class Act, size_t... I>
+inline Result ForRow(int rule, Result otherwise, Act act, std::index_sequence<I...>) {
+    Result result = otherwise;
+    (void)((rule == static_cast<int>(I + 1) && (result = act(Rows[I]), true)) || ...);
+    return result;
+}
+template <const auto& Rows, class Result, class Act>
+inline Result ForRow(int rule, Result otherwise, Act act) {
+    return ForRow<Rows>(rule, otherwise, act, std::make_index_sequence<std::size(Rows)>{});
+}
+
+// The deterministic automaton of a rule table, built by the subset
+// construction over classes of bytes that every rule treats alike.
 class ScanAutomaton {
 public:
     template <class Row, size_t N>
@@ -105,30 +123,21 @@ public:
         Build(rules);
     }
 
-    static constexpr uint16_t kDead = 0;
-    static constexpr uint16_t kStart = 1;
-
-    // Rows are a power of two wide, so that a state's row is a shift away.
-    [[nodiscard]] uint16_t Next(uint32_t state, unsigned char byte) const {
-        return next_[(state << rowShift_) | classOf_[byte]];
-    }
-    [[nodiscard]] uint16_t Rule(uint32_t state) const { return rule_[state]; }
-    [[nodiscard]] size_t StateCount() const { return rule_.size(); }
     [[nodiscard]] ScanTables Tables() const {
-        return ScanTables{classOf_, next_.data(), rule_.data(), rowShift_, firstAccepting_};
+        return ScanTables{classOf_, rows_.data(), start_, firstAccepting_, ruleColumn_};
     }
     // Faults of the rule table found while building; empty for a good table.
     [[nodiscard]] const std::vector<std::string>& Problems() const { return problems_; }
 
 private:
     void Build(std::span<const ScanRule> rules);
-    void PutAcceptingStatesLast(size_t rowWidth);
+    void LayOutRows(const std::vector<uint16_t>& next, const std::vector<uint16_t>& rules, size_t classCount);
 
     uint8_t classOf_[256] = {};
-    uint32_t rowShift_ = 0;
+    std::vector<uint16_t> rows_;
+    uint32_t start_ = 0;
     uint32_t firstAccepting_ = 0;
-    std::vector<uint16_t> next_;
-    std::vector<uint16_t> rule_;
+    uint32_t ruleColumn_ = 0;
     std::vector<std::string> problems_;
 };
 
@@ -215,13 +224,23 @@ private:
         if (spare.block == nullptr) spare = {block, size};
         else KeepLarger(spare, block, size);
     }
+    [[nodiscard]] char* NewCopy(uint32_t count);
+    void KeepCopy(char* characters);
     [[nodiscard]] void* Allocated(size_t size);
     void KeepLarger(SpareBlock& spare, void* block, size_t size);
     void DropSpareBlocks();
     void SaveCurrentBuffer();
     [[nodiscard]] bool Start();
-    [[nodiscard]] int NoMatch(char* start);
-    [[nodiscard]] int EndOfInput();
+    // The end-of-buffer match covers the first final NUL; the read position
+    // stays on it, so every later request ends here again.
+    [[nodiscard]] int EndOfInput() {
+        currentBuffer_->status = kBufferEndSeen;
+        tokenText_ = bufferEnd_;
+        tokenLength_ = 1;
+        readPosition_ = bufferEnd_;
+        heldCharacter_ = 0;
+        return kEndOfInput;
+    }
 
     AutomatonSource automatonSource_;
     ScanTables tables_;  // empty until the automaton is built
@@ -239,12 +258,30 @@ private:
     uint32_t tokenLength_ = 0;
 };
 
-// Copies are made in steps of this size, so that one kept block serves the
-// next text of about the same length.
+// A copy's block starts with its own size, so that a block kept for the next
+// text is known by its true size whatever text it held last; blocks come in
+// steps of kScanCopyGrain, so that one serves texts of about the same length.
+inline constexpr size_t kScanCopyHeader = sizeof(size_t);
 inline constexpr size_t kScanCopyGrain = 64;
 
-inline size_t ScanCopyBlockSize(uint32_t count) {
-    return (static_cast<size_t>(count) + 2 + kScanCopyGrain - 1) / kScanCopyGrain * kScanCopyGrain;
+inline char* ScannerEngine::NewCopy(uint32_t count) {
+    const size_t needed = (kScanCopyHeader + count + 2 + kScanCopyGrain - 1) / kScanCopyGrain * kScanCopyGrain;
+    SpareBlock copy = spareCharacters_;
+    if (copy.block != nullptr && copy.size >= needed) {
+        spareCharacters_ = {};
+    } else {
+        copy = {Allocated(needed), needed};
+        if (copy.block == nullptr) return nullptr;
+    }
+    std::memcpy(copy.block, &copy.size, kScanCopyHeader);
+    return static_cast<char*>(copy.block) + kScanCopyHeader;
+}
+
+inline void ScannerEngine::KeepCopy(char* characters) {
+    char* block = characters - kScanCopyHeader;
+    size_t size = 0;
+    std::memcpy(&size, block, kScanCopyHeader);
+    Keep(spareCharacters_, block, size);
 }
 
 inline ScanBuffer* ScannerEngine::yy_scan_buffer(char* base, uint32_t size) {
@@ -265,7 +302,7 @@ inline ScanBuffer* ScannerEngine::yy_scan_bytes(const char* bytes, uint32_t coun
         ReportScanFatal(ScanFatal::ScanBytesMemory);
         return nullptr;
     }
-    auto* copy = static_cast<char*>(Obtain(spareCharacters_, ScanCopyBlockSize(count)));
+    char* copy = NewCopy(count);
     if (copy == nullptr) {
         ReportScanFatal(ScanFatal::ScanBytesMemory);
         return nullptr;
@@ -274,7 +311,7 @@ inline ScanBuffer* ScannerEngine::yy_scan_bytes(const char* bytes, uint32_t coun
     copy[count] = copy[count + 1] = 0;
     ScanBuffer* buffer = yy_scan_buffer(copy, count + 2);
     if (buffer == nullptr) {  // the record's allocation failed and was reported
-        Keep(spareCharacters_, copy, ScanCopyBlockSize(count));
+        KeepCopy(copy);
         return nullptr;
     }
     buffer->owned = 1;
@@ -297,7 +334,7 @@ inline void ScannerEngine::yy_release_buffer(ScanBuffer* buffer) {
         currentBuffer_ = nullptr;
         started_ = false;
     }
-    if (buffer->owned) Keep(spareCharacters_, buffer->characters, ScanCopyBlockSize(buffer->capacity));
+    if (buffer->owned) KeepCopy(buffer->characters);
     Keep(spareRecord_, buffer, sizeof(ScanBuffer));
 }
 
@@ -319,31 +356,34 @@ inline int ScannerEngine::NextMatch() {
     *start = heldCharacter_;
     char* const end = bufferEnd_;
     const uint8_t* const classOf = tables_.classOf;
-    const uint16_t* const next = tables_.next;
-    const uint32_t rowShift = tables_.rowShift;
+    const uint16_t* const rows = tables_.rows;
     const uint32_t firstAccepting = tables_.firstAccepting;
 
     // The longest match: remember the last accepting state and where it ended.
-    uint32_t state = ScanAutomaton::kStart;
+    uint32_t state = tables_.start;
     uint32_t accepted = 0;
     char* matchEnd = nullptr;
     for (char* p = start; p != end;) {
-        state = next[(state << rowShift) | classOf[static_cast<unsigned char>(*p)]];
-        if (state == ScanAutomaton::kDead) break;
+        state = rows[state + classOf[static_cast<unsigned char>(*p)]];
+        if (state == 0) break;
         ++p;
         if (state >= firstAccepting) {
             accepted = state;
             matchEnd = p;
         }
     }
-    if (matchEnd == nullptr) return NoMatch(start);
+    if (matchEnd == nullptr) {
+        // Only a rule table without a rule for every byte fails before the end.
+        if (start != end) ReportScanFatal(ScanFatal::NoActionFound);
+        return EndOfInput();
+    }
 
     tokenText_ = start;
     tokenLength_ = static_cast<uint32_t>(matchEnd - start);
     readPosition_ = matchEnd;
     heldCharacter_ = *matchEnd;
     *matchEnd = 0;
-    return tables_.rule[accepted];
+    return tables_.rows[accepted + tables_.ruleColumn];
 }
 
 }  // namespace vrn

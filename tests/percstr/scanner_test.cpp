@@ -138,6 +138,7 @@ int allocationsLeft = 0;
 void* FailingAllocate(size_t bytes) { return allocationsLeft-- > 0 ? std::malloc(bytes) : nullptr; }
 
 TEST(ScannerEngine, AllocationFailuresGiveNoBufferAndLeakNothing) {
+    testScanner.yy_release_buffer(testScanner.yy_scan_text("kept"));  // blocks kept don't hide a failing heap
     testScanner.SetAllocator(FailingAllocate, std::free);
     for (int succeeding : {0, 1}) {  // the copy fails; the record fails
         allocationsLeft = succeeding;
@@ -146,6 +147,38 @@ TEST(ScannerEngine, AllocationFailuresGiveNoBufferAndLeakNothing) {
         const char* expected = succeeding == 0 ? "out of dynamic memory in yy_scan_bytes()\n"
                                                : "out of dynamic memory in yy_scan_buffer()\n";
         EXPECT_EQ(testing::internal::GetCapturedStderr(), expected);
+    }
+    testScanner.SetAllocator(nullptr, nullptr);
+}
+
+long blocksTaken = 0;
+void* CountingAllocate(size_t bytes) {
+    ++blocksTaken;
+    return std::malloc(bytes);
+}
+
+TEST(ScannerEngine, ReleasedBlocksServeTheNextTexts) {
+    testScanner.SetAllocator(CountingAllocate, std::free);
+    struct Case {
+        std::string text;
+        long blocks;  // taken from the heap for it
+    };
+    const Case cases[] = {
+        {"12 ab", 2},                 // nothing kept yet: the copy and the record
+        {"if 7", 0},                  // both kept blocks serve again
+        {std::string(300, 'a'), 1},   // a longer copy needs a block of its own
+        {"", 0},                      // the longer block serves a short text
+        {std::string(200, '1'), 0},
+    };
+    for (const Case& c : cases) {
+        blocksTaken = 0;
+        ScanBuffer* buffer = testScanner.yy_scan_bytes(c.text.data(), static_cast<uint32_t>(c.text.size()));
+        ASSERT_NE(buffer, nullptr);
+        std::string scanned;
+        for (const Match& match : MatchAll(testScanner)) scanned += match.text;
+        testScanner.yy_release_buffer(buffer);
+        EXPECT_EQ(scanned, c.text) << "nothing of an earlier text shows through";
+        EXPECT_EQ(blocksTaken, c.blocks) << c.text.size();
     }
     testScanner.SetAllocator(nullptr, nullptr);
 }
