@@ -159,29 +159,14 @@ void RecordSyntaxError(PFormulaRecord* record, const TokenLocation& at) {
 
 constexpr FormulaGrammar kGrammar{kTokens, {}, kRules, PFormulaNextToken, RecordSyntaxError};
 
-const Parser<double, TokenLocation, PFormulaRecord>& FormulaParser() {
-    static const Parser<double, TokenLocation, PFormulaRecord> parser(kGrammar);
-    return parser;
-}
+using FormulaParser = Parser<kGrammar>;
 
 }  // namespace
 
-namespace {
-
-const Parser<double, TokenLocation, PFormulaRecord>* ParserOrNull() noexcept {
-    try {
-        return &FormulaParser();
-    } catch (...) {
-        return nullptr;
-    }
-}
-
-}  // namespace
-
-bool PFormulaPrepare() noexcept { return ParserOrNull() != nullptr && PFormulaScanner.Prepare(); }
+bool PFormulaPrepare() noexcept { return FormulaParser::Get() != nullptr && PFormulaScanner.Prepare(); }
 
 int32_t PFormulaParse(PFormulaRecord* record) {
-    const Parser<double, TokenLocation, PFormulaRecord>* parser = ParserOrNull();
+    const FormulaParser* parser = FormulaParser::Get();
     if (parser == nullptr) {
         record->errorCode = kPFormulaScanBuffer;
         return kParseSyntaxError;
@@ -189,6 +174,9 @@ int32_t PFormulaParse(PFormulaRecord* record) {
     return parser->Parse(record);
 }
 
-int PFormulaGrammarProblemCount() { return static_cast<int>(FormulaParser().Tables().problems.size()); }
+int PFormulaGrammarProblemCount() {
+    const FormulaParser* parser = FormulaParser::Get();
+    return parser != nullptr ? static_cast<int>(parser->Tables().problems.size()) : 1;
+}
 
 }  // namespace vrn

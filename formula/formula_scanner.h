@@ -1,4 +1,6 @@
-// Scanner 3: cuts a price formula into tokens for PFormulaParse.
+// Scanner 3: cuts a price formula into tokens for PFormulaParse. The rows and
+// the token function stand here so that the parser's loop takes the token
+// function in.
 #pragma once
 
 #include <cstdint>
@@ -18,6 +20,25 @@ inline constexpr int32_t kTokenBadWord = 264;          // a run of letters no pr
 inline constexpr int32_t kTokenLongInteger = 265;
 inline constexpr int32_t kTokenLongDecimal = 266;
 
+enum class PFormulaScanAction { Number, Token, Skip, Byte };
+
+// The eight and four digits are limits of the language: a longer number is
+// one token of its own, so that the parser reports it whole.
+inline constexpr ScanRow<PFormulaScanAction> kPFormulaScanRows[] = {
+    {"[0-9]{1,8}", PFormulaScanAction::Number, kTokenInteger},
+    {"[0-9]{9,}", PFormulaScanAction::Token, kTokenLongInteger},
+    {"[0-9]{0,8}\\.[0-9]{1,4}", PFormulaScanAction::Number, kTokenDecimal},
+    {"[0-9]{0,8}\\.[0-9]{5,}", PFormulaScanAction::Token, kTokenLongDecimal},
+    {"[0-9]{9,}\\.[0-9]+", PFormulaScanAction::Token, kTokenLongDecimal},
+    {"AC", PFormulaScanAction::Token, kTokenRoundCommercial, true},
+    {"AD", PFormulaScanAction::Token, kTokenRoundDown, true},
+    {"AE", PFormulaScanAction::Token, kTokenRoundUp, true},
+    {"[\\t\\r\\n ]+", PFormulaScanAction::Skip},
+    // Its lead byte is anything else, even a digit.
+    {"[^\\t !-+/Aa][A-Za-z][A-Za-z0-9]+", PFormulaScanAction::Token, kTokenBadWord},
+    {".", PFormulaScanAction::Byte},
+};
+
 // The automaton of its token rules.
 [[nodiscard]] const ScanAutomaton& PFormulaAutomaton();
 
@@ -28,6 +49,25 @@ extern ScannerEngine PFormulaScanner;
 // input. INTEGER and DECIMAL deliver their number into *value; other tokens
 // leave it alone. location moves over each matched text, skipped blanks
 // included, and stays put at the end. record isn't used.
-[[nodiscard]] int32_t PFormulaNextToken(double* value, TokenLocation* location, PFormulaRecord* record);
+[[nodiscard]] inline int32_t PFormulaNextToken(double* value, TokenLocation* location, PFormulaRecord*) {
+    constexpr int32_t kSkip = -1000;  // no token: go on with the next match
+    for (;;) {
+        const int rule = PFormulaScanner.NextMatch();
+        if (rule == kEndOfInput) return 0;
+        StepLocation(location, PFormulaScanner.TokenLength());
+        const int32_t token = ForRow<kPFormulaScanRows>(rule, kSkip, [&](const auto& row) -> int32_t {
+            switch (row.action) {
+                case PFormulaScanAction::Number:
+                    *value = DecimalValue(PFormulaScanner.TokenText(), PFormulaScanner.TokenLength());
+                    return row.token;
+                case PFormulaScanAction::Token: return row.token;
+                case PFormulaScanAction::Skip: return kSkip;
+                case PFormulaScanAction::Byte: return static_cast<int8_t>(PFormulaScanner.TokenText()[0]);
+            }
+            return kSkip;
+        });
+        if (token != kSkip) return token;
+    }
+}
 
 }  // namespace vrn

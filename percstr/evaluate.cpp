@@ -8,7 +8,8 @@ namespace vrn {
 
 namespace {
 
-using PercStrGrammar = Grammar<double, TokenLocation, PercStrContext>;
+// The actions read no locations: only the lookahead's, for an error, is kept.
+using PercStrGrammar = Grammar<double, TokenLocation, PercStrContext, NoLocation>;
 using Reduce = PercStrGrammar::Reduce;
 
 double Percent(double n) { return n / 100.0; }
@@ -46,23 +47,16 @@ void RecordError(PercStrContext* context, const TokenLocation& location) {
 
 constexpr PercStrGrammar kGrammar{kTokens, kPrecedence, kRules, PercStrNextToken, RecordError};
 
-const Parser<double, TokenLocation, PercStrContext>& PercStrParser() {
-    static const Parser<double, TokenLocation, PercStrContext> parser(kGrammar);
-    return parser;
-}
+using PercStrParser = Parser<kGrammar>;
 
 constexpr uint32_t kNormalizedCapacity = 20;
 
 // The tables and the automaton are built at the first evaluation. Should
 // memory run out for them, the evaluation ends like one without a scan
 // buffer, and the next one tries again.
-const Parser<double, TokenLocation, PercStrContext>* MachinesOrNull() noexcept {
-    try {
-        const auto* parser = &PercStrParser();
-        return PercStrScanner.Prepare() ? parser : nullptr;
-    } catch (...) {
-        return nullptr;
-    }
+const PercStrParser* MachinesOrNull() noexcept {
+    const PercStrParser* parser = PercStrParser::Get();
+    return parser != nullptr && PercStrScanner.Prepare() ? parser : nullptr;
 }
 
 }  // namespace
@@ -71,10 +65,14 @@ int32_t PercStrMode(int32_t modeWord) { return modeWord == 0 || modeWord == 1 ? 
 
 double PercStrStartingValue(int32_t modeWord) { return modeWord == 0 ? 0.0 : 1.0; }
 
-const std::vector<std::string>& PercStrGrammarProblems() { return PercStrParser().Tables().problems; }
+const std::vector<std::string>& PercStrGrammarProblems() {
+    static const std::vector<std::string> unbuilt{"no memory for the tables"};
+    const PercStrParser* parser = PercStrParser::Get();
+    return parser != nullptr ? parser->Tables().problems : unbuilt;
+}
 
 int32_t PercStrParse(PercStrContext* context) {
-    const Parser<double, TokenLocation, PercStrContext>* parser = MachinesOrNull();
+    const PercStrParser* parser = MachinesOrNull();
     return parser != nullptr ? parser->Parse(context) : kParseExhausted;
 }
 
@@ -82,7 +80,7 @@ int32_t PercStrEvaluate(const char* text, double* value, int32_t mode) {
     PercStrContext context{PercStrMode(mode), PercStrStartingValue(mode), 0, 0, 0};
     *value = context.value;
     if (text == nullptr || text[0] == 0) return kPercStrEvaluated;
-    const Parser<double, TokenLocation, PercStrContext>* parser = MachinesOrNull();
+    const PercStrParser* parser = MachinesOrNull();
     if (parser == nullptr) return kPercStrNoBuffer;
     ScanBuffer* buffer = PercStrScanner.yy_scan_text(text);
     if (buffer == nullptr) return kPercStrNoBuffer;

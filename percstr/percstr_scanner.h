@@ -1,4 +1,6 @@
-// Scanner 1: cuts a percentage string into numbers and single bytes.
+// Scanner 1: cuts a percentage string into numbers and single bytes. The
+// rows and the token function stand here so that the parser's loop takes the
+// token function in.
 #pragma once
 
 #include <cstdint>
@@ -11,6 +13,16 @@ struct PercStrContext;
 
 inline constexpr int32_t kPercStrNumber = 258;
 
+enum class PercStrScanAction { Number, Skip, End, Byte };
+
+inline constexpr ScanRow<PercStrScanAction> kPercStrScanRows[] = {
+    {"[0-9]{1,3}", PercStrScanAction::Number, kPercStrNumber},
+    {"[0-9]{0,3}\\.[0-9]{1,6}", PercStrScanAction::Number, kPercStrNumber},
+    {"[\\t\\r\\n ]", PercStrScanAction::Skip},
+    {"\\0", PercStrScanAction::End},  // a NUL of the input: the final NULs never reach the rules
+    {".", PercStrScanAction::Byte},
+};
+
 // Its instance of the engine; PercStrMutex guards it.
 extern ScannerEngine PercStrScanner;
 
@@ -18,6 +30,25 @@ extern ScannerEngine PercStrScanner;
 // its value, a byte as a signed 8-bit code, or 0 at the end of the input.
 // location moves over each matched text, skipped blanks included; context
 // isn't read.
-[[nodiscard]] int32_t PercStrNextToken(double* value, TokenLocation* location, PercStrContext* context);
+[[nodiscard]] inline int32_t PercStrNextToken(double* value, TokenLocation* location, PercStrContext*) {
+    constexpr int32_t kSkip = -1000;  // no token: go on with the next match
+    for (;;) {
+        const int rule = PercStrScanner.NextMatch();
+        if (rule == kEndOfInput) return 0;
+        StepLocation(location, PercStrScanner.TokenLength());
+        const int32_t token = ForRow<kPercStrScanRows>(rule, kSkip, [&](const auto& row) -> int32_t {
+            switch (row.action) {
+                case PercStrScanAction::Number:
+                    *value = DecimalValue(PercStrScanner.TokenText(), PercStrScanner.TokenLength());
+                    return row.token;
+                case PercStrScanAction::Skip: return kSkip;
+                case PercStrScanAction::End: return 0;
+                case PercStrScanAction::Byte: return static_cast<int8_t>(PercStrScanner.TokenText()[0]);
+            }
+            return kSkip;
+        });
+        if (token != kSkip) return token;
+    }
+}
 
 }  // namespace vrn

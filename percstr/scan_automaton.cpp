@@ -232,7 +232,7 @@ StateSet Closure(const std::vector<NfaState>& nfa, StateSet set) {
 
 }  // namespace
 
-ScanAutomaton::ScanAutomaton(std::span<const ScanRule> rules) {
+void ScanAutomaton::Build(std::span<const ScanRule> rules) {
     Nfa nfa;
     for (size_t i = 0; i < rules.size(); ++i) {
         const std::vector<Piece> pieces = PatternReader(rules[i], problems_).Read();
@@ -252,7 +252,7 @@ ScanAutomaton::ScanAutomaton(std::span<const ScanRule> rules) {
         if (added) representative[it->second] = static_cast<uint8_t>(byte);
         classOf_[byte] = it->second;
     }
-    classCount_ = classes.size();
+    const size_t classCount = classes.size();
 
     std::map<StateSet, uint16_t> ids;
     std::vector<StateSet> sets;
@@ -261,32 +261,67 @@ ScanAutomaton::ScanAutomaton(std::span<const ScanRule> rules) {
         if (added) sets.push_back(std::move(set));
         return it->second;
     };
-    idOf({});                   // kDead
+    idOf({});                    // kDead
     idOf(Closure(states, {0}));  // kStart
 
+    std::vector<uint16_t> next;  // per state, per class
+    std::vector<uint16_t> acceptedRule;  // per state
     for (size_t current = 0; current < sets.size(); ++current) {
         if (sets.size() >= std::numeric_limits<uint16_t>::max()) {
             problems_.push_back("automaton too large");
-            break;
+            return;
         }
         uint16_t rule = 0;
         for (int s : sets[current]) {
             if (states[s].rule != 0 && (rule == 0 || states[s].rule < rule)) rule = states[s].rule;
         }
-        rule_.push_back(rule);
-        for (size_t c = 0; c < classCount_; ++c) {
+        acceptedRule.push_back(rule);
+        for (size_t c = 0; c < classCount; ++c) {
             StateSet moved;
             for (int s : sets[current]) {
                 if (states[s].target >= 0 && states[s].on[representative[c]]) moved.push_back(states[s].target);
             }
             std::sort(moved.begin(), moved.end());
             moved.erase(std::unique(moved.begin(), moved.end()), moved.end());
-            const uint16_t to = moved.empty() ? kDead : idOf(Closure(states, std::move(moved)));
-            next_.push_back(to);
+            next.push_back(moved.empty() ? uint16_t{0} : idOf(Closure(states, std::move(moved))));
         }
     }
-    rule_.resize(sets.size());
-    next_.resize(sets.size() * classCount_, kDead);
+    LayOutRows(next, acceptedRule, classCount);
+}
+
+// The matching loop's form: a row per state, known by its offset, with the
+// offset of the next state per class and the state's rule in its last column.
+// The accepting states come last, so that one comparison tells them.
+void ScanAutomaton::LayOutRows(const std::vector<uint16_t>& next, const std::vector<uint16_t>& rules,
+                               size_t classCount) {
+    constexpr size_t kStartState = 1;
+    const size_t count = rules.size();
+    size_t width = 1;
+    while (width < classCount + 1) width *= 2;
+    if (count * width > std::numeric_limits<uint16_t>::max()) {
+        problems_.push_back("automaton too large");
+        return;
+    }
+
+    std::vector<size_t> order(count);  // new number of each state: dead, start, the others, the accepting
+    size_t numbered = 0;
+    order[0] = numbered++;
+    if (count > kStartState) order[kStartState] = numbered++;
+    for (bool accepting : {false, true}) {
+        if (accepting) firstAccepting_ = static_cast<uint32_t>(numbered * width);
+        for (size_t state = kStartState + 1; state < count; ++state) {
+            if ((rules[state] != 0) == accepting) order[state] = numbered++;
+        }
+    }
+
+    rows_.assign(count * width, 0);
+    for (size_t state = 0; state < count; ++state) {
+        uint16_t* row = &rows_[order[state] * width];
+        for (size_t c = 0; c < classCount; ++c) row[c] = static_cast<uint16_t>(order[next[state * classCount + c]] * width);
+        row[width - 1] = rules[state];
+    }
+    ruleColumn_ = static_cast<uint32_t>(width - 1);
+    start_ = static_cast<uint32_t>(count > kStartState ? width : 0);
 }
 
 }  // namespace vrn

@@ -24,7 +24,7 @@ install() {  # install [--no-install-recommends] PACKAGE...
 for part in "${parts[@]}"; do
   case $part in
     build) install cmake g++ make ;;
-    tests) install libgtest-dev libgmock-dev libbenchmark-dev diffutils ;;
+    tests) install libgtest-dev libgmock-dev libbenchmark-dev valgrind diffutils ;;
     fuzz) install clang-14 libclang-rt-14-dev ;;
     # The cross compiler with posix threads (for std::thread and std::mutex), the
     # gtest sources to cross-build, and wine to run the result. Recommends would

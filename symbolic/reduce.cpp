@@ -120,7 +120,7 @@ void CompareOperands(SymbReduce& r) {
     r.value.truth = CompareTexts(op, r[1].text, r[3].text) ? 1 : 0;
 }
 
-const SymbGrammar::Rule kRules[] = {
+constexpr SymbGrammar::Rule kRules[] = {
     {"input:", [](SymbReduce&) { PercStrSymbResult.text[0] = '\0'; }},
     {"input: expr", [](SymbReduce& r) { PercStrSymbResult = r[1].text; }},
     {"expr: expr '+' expr", [](SymbReduce& r) { Concatenate(r, false); }},
@@ -185,25 +185,16 @@ int32_t NextToken(PercStrSymbValue* value, NoLocation*, PercStrSymbContext*) {
 
 void RecordError(PercStrSymbContext*, const NoLocation&) { PercStrSymbMarkError(); }
 
-const SymbGrammar kGrammar = {kTokens, kPrecedence, kRules, NextToken, RecordError, &PercStrSymbLookahead};
+constexpr SymbGrammar kGrammar = {kTokens, kPrecedence, kRules, NextToken, RecordError, &PercStrSymbLookahead};
 
-using SymbParserType = Parser<PercStrSymbValue, NoLocation, PercStrSymbContext>;
-
-const SymbParserType& SymbParser() {
-    static const SymbParserType parser(kGrammar);
-    return parser;
-}
+using SymbParser = Parser<kGrammar>;
 
 // Tables and automaton are built at the first reduction. Should memory run
 // out for them, the reduction ends like one without a scan buffer, and the
 // next one tries again.
-const SymbParserType* MachinesOrNull() noexcept {
-    try {
-        const SymbParserType* parser = &SymbParser();
-        return PercStrSymbScanner.Prepare() ? parser : nullptr;
-    } catch (...) {
-        return nullptr;
-    }
+const SymbParser* MachinesOrNull() noexcept {
+    const SymbParser* parser = SymbParser::Get();
+    return parser != nullptr && PercStrSymbScanner.Prepare() ? parser : nullptr;
 }
 
 void SetEmpty(char* result, uint32_t* length) {
@@ -213,10 +204,14 @@ void SetEmpty(char* result, uint32_t* length) {
 
 }  // namespace
 
-const std::vector<std::string>& PercStrSymbGrammarProblems() { return SymbParser().Tables().problems; }
+const std::vector<std::string>& PercStrSymbGrammarProblems() {
+    static const std::vector<std::string> unbuilt{"no memory for the tables"};
+    const SymbParser* parser = SymbParser::Get();
+    return parser != nullptr ? parser->Tables().problems : unbuilt;
+}
 
 int32_t PercStrSymbParse() {
-    const SymbParserType* parser = MachinesOrNull();
+    const SymbParser* parser = MachinesOrNull();
     if (parser == nullptr) return kParseExhausted;
     PercStrSymbContext context;
     return parser->Parse(&context);

@@ -27,12 +27,64 @@ enum PercStrSymbToken : int {
     kSymbIsZero,
 };
 
+enum class PercStrSymbScanAction { Number, PointNumber, Token, Name, Skip, Byte };
+
+// Earlier rules win among matches of one length, so the keywords stand before
+// the names and a name only beginning with one (MINI) stays a name.
+inline constexpr ScanRow<PercStrSymbScanAction> kPercStrSymbScanRows[] = {
+    {"[0-9]{1,3}", PercStrSymbScanAction::Number, kSymbValue},
+    {"[0-9]{1,3}\\.[0-9]{1,6}", PercStrSymbScanAction::Number, kSymbValue},
+    {"\\.[0-9]{1,6}", PercStrSymbScanAction::PointNumber, kSymbValue},
+    {"!=", PercStrSymbScanAction::Token, kSymbNe},
+    {"<>", PercStrSymbScanAction::Token, kSymbNe},
+    {"<=", PercStrSymbScanAction::Token, kSymbLe},
+    {">=", PercStrSymbScanAction::Token, kSymbGe},
+    {"!", PercStrSymbScanAction::Token, kSymbNot},
+    {"NOT", PercStrSymbScanAction::Token, kSymbNot, true},
+    {"MIN", PercStrSymbScanAction::Token, kSymbMin, true},
+    {"MAX", PercStrSymbScanAction::Token, kSymbMax, true},
+    {"IIF", PercStrSymbScanAction::Token, kSymbIif, true},
+    {"ISEMPTY", PercStrSymbScanAction::Token, kSymbIsEmpty, true},
+    {"EMPTY", PercStrSymbScanAction::Token, kSymbIsEmpty, true},
+    {"ISZERO", PercStrSymbScanAction::Token, kSymbIsZero, true},
+    {"ZERO", PercStrSymbScanAction::Token, kSymbIsZero, true},
+    {"COALESCE", PercStrSymbScanAction::Token, kSymbCoalesce, true},
+    {"[A-Za-z_][A-Za-z0-9_]*", PercStrSymbScanAction::Name},
+    {"[\\t\\r\\n ]", PercStrSymbScanAction::Skip},
+    {".", PercStrSymbScanAction::Byte},
+};
+
 extern ScannerEngine PercStrSymbScanner;
 // The text of the last VALUE token.
 extern PercStrSymbText PercStrSymbTokenValue;
 
+// The token value: prefix and text, cut to 21 characters.
+void PercStrSymbSetTokenValue(const char* prefix, const char* text);
+// VALUE with the variable's text for a set variable, else UNSET.
+[[nodiscard]] int PercStrSymbNameToken(const char* name);
+
 // The next token of PercStrSymbScanner's current buffer, 0 at the end.
-[[nodiscard]] int PercStrSymbNextToken();
+[[nodiscard]] inline int PercStrSymbNextToken() {
+    constexpr int kSkip = -1000;  // no token: go on with the next match
+    for (;;) {
+        const int rule = PercStrSymbScanner.NextMatch();
+        if (rule == kEndOfInput) return 0;
+        const char* text = PercStrSymbScanner.TokenText();
+        const int token = ForRow<kPercStrSymbScanRows>(rule, kSkip, [&](const auto& row) -> int {
+            switch (row.action) {
+                case PercStrSymbScanAction::Number: PercStrSymbSetTokenValue("", text); return row.token;
+                case PercStrSymbScanAction::PointNumber: PercStrSymbSetTokenValue("0", text); return row.token;
+                case PercStrSymbScanAction::Token: return row.token;
+                case PercStrSymbScanAction::Name: return PercStrSymbNameToken(text);
+                case PercStrSymbScanAction::Skip: return kSkip;
+                case PercStrSymbScanAction::Byte: return static_cast<signed char>(text[0]);
+            }
+            return kSkip;
+        });
+        if (token != kSkip) return token;
+    }
+}
+
 // Records the byte offset and length of the last match in PercStrSymbErrorPos
 // and PercStrSymbErrorLen; at the end of the text: its length less 1, and 1.
 void PercStrSymbMarkError();

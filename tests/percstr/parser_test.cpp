@@ -78,10 +78,7 @@ constexpr CalcGrammar::Rule kCalcRules[] = {
 
 constexpr CalcGrammar kCalc{kCalcTokens, kCalcPrecedence, kCalcRules, NextCalcToken, RecordCalcError};
 
-const Parser<int, TokenLocation, Calc>& CalcParser() {
-    static const Parser<int, TokenLocation, Calc> parser(kCalc);
-    return parser;
-}
+const Parser<kCalc>& CalcParser() { return *Parser<kCalc>::Get(); }
 
 // Writes a calculation as codes: digits are numbers, other characters themselves.
 std::vector<int32_t> Codes(const std::string& text) {
