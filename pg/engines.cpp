@@ -12,8 +12,6 @@
 #include "formula/record.h"
 #include "percstr/evaluate.h"
 #include "percstr/normalize.h"
-#include "percstr/parser.h"
-#include "percstr/percstr_scanner.h"
 #include "symbolic/reduce.h"
 #include "symbolic/symbols.h"
 
@@ -145,22 +143,13 @@ int32_t VrnPgPercStrNormalize(const char* text, char* normalized, uint32_t* leng
 
 int32_t VrnPgPercStrEvaluate(const char* text, int32_t mode, double* value, VrnPgFault* fault) {
     return Guarded(fault, [&] {
-        // PercStrEvaluate keeps the error's place to itself: this is its road with the context kept.
-        vrn::PercStrContext context{vrn::PercStrMode(mode), vrn::PercStrStartingValue(mode), 0, 0, 0};
-        *value = context.value;
-        if (text[0] == '\0') return kVrnPgDone;
-        vrn::ScanBuffer* buffer = vrn::PercStrScanner.yy_scan_text(text);
-        if (buffer == nullptr) return kVrnPgNoMemory;
-        const int32_t parsed = vrn::PercStrParse(&context);
-        vrn::PercStrScanner.yy_release_buffer(buffer);
-        if (parsed == vrn::kParseExhausted) return kVrnPgNoMemory;  // 20 characters never fill the stack
-        if (parsed != vrn::kParseAccepted) {
-            fault->position = static_cast<uint32_t>(context.errorPosition);
-            fault->length = static_cast<uint32_t>(context.errorLength);
-            return kVrnPgRefused;
-        }
-        *value = context.value;
-        return kVrnPgDone;
+        int32_t position = 0, length = 0;
+        const int32_t result = vrn::PercStrEvaluateAt(text, value, mode, &position, &length);
+        if (result == vrn::kPercStrEvaluated) return kVrnPgDone;
+        if (result == vrn::kPercStrNoBuffer) return kVrnPgNoMemory;
+        fault->position = static_cast<uint32_t>(position);
+        fault->length = static_cast<uint32_t>(length);
+        return kVrnPgRefused;
     });
 }
 
