@@ -32,7 +32,7 @@ void Fail(Reduce& r, int32_t errorCode, const TokenLocation& at) {
 }
 
 // An operation that doesn't fit the output block ends the parse at its item.
-void Write(Reduce& r, double operand, int32_t kind) {
+void Write(Reduce& r, double operand, PFormulaOp kind) {
     if (!PFormulaWriteOp(r.context, operand, kind)) Fail(r, kPFormulaOutputTooShort, r.location);
 }
 
@@ -47,31 +47,31 @@ bool Within(Reduce& r, double checked, double low, double high, int32_t errorCod
 
 void Assign(Reduce& r) {
     Register(r) = r[2];
-    Write(r, r[2], kWriteAssign);
+    Write(r, r[2], PFormulaOp::kAssign);
 }
 
 void Add(Reduce& r, double n) {
     Register(r) = Register(r) + n;
-    Write(r, n, kWriteAdd);
+    Write(r, n, PFormulaOp::kAdd);
 }
 
 void Subtract(Reduce& r, double n) {
     Register(r) = Register(r) - n;
-    Write(r, -n, kWriteAdd);
+    Write(r, -n, PFormulaOp::kAdd);
 }
 
 void Multiply(Reduce& r) {
     const double n = r[2];
     if (!Within(r, n, 0.1, 300, kPFormulaMultiplication, r.At(2))) return;
     Register(r) = n * Register(r);
-    Write(r, n, kWriteMultiply);
+    Write(r, n, PFormulaOp::kMultiply);
 }
 
 void Divide(Reduce& r) {
     const double n = r[2];
     if (!Within(r, n, 0.1, 100, kPFormulaDivision, r.At(2))) return;
     Register(r) = Register(r) / n;
-    Write(r, n, kWriteDivide);
+    Write(r, n, PFormulaOp::kDivide);
 }
 
 // number at `at`, then %.
@@ -79,14 +79,14 @@ void RaiseBy(Reduce& r, int at) {
     const double n = r[at];
     if (!Within(r, n, -99, 2900, kPFormulaPercentage, r.At(at))) return;
     Register(r) = (n / 100 + 1) * Register(r);
-    Write(r, n, kWritePercentage);
+    Write(r, n, PFormulaOp::kPercentage);
 }
 
 void LowerBy(Reduce& r) {
     const double n = r[2];
     if (!Within(r, -n, -99, 2900, kPFormulaPercentage, r.At(2))) return;
     Register(r) = (1 - n / 100) * Register(r);
-    Write(r, -n, kWritePercentage);
+    Write(r, -n, PFormulaOp::kPercentage);
 }
 
 // number at `at`, then &.
@@ -94,17 +94,17 @@ void MarginOf(Reduce& r, int at) {
     const double n = r[at];
     if (!Within(r, n, -2900, 99, kPFormulaMargin, r.At(at))) return;
     Register(r) = Register(r) / (1 - n / 100);
-    Write(r, n, kWriteMargin);
+    Write(r, n, PFormulaOp::kMargin);
 }
 
 void NegativeMarginOf(Reduce& r) {
     const double n = r[2];
     if (!Within(r, -n, -2900, 99, kPFormulaMargin, r.At(2))) return;
     Register(r) = Register(r) / (n / 100 + 1);
-    Write(r, -n, kWriteMargin);
+    Write(r, -n, PFormulaOp::kMargin);
 }
 
-void Round(Reduce& r, int32_t kind) {
+void Round(Reduce& r, PFormulaOp kind) {
     const double argument = r[3];
     const int32_t digits = TruncateToInt32(argument);
     if (digits < -3 || digits > 3) {
@@ -139,9 +139,9 @@ constexpr FormulaGrammar::Rule kRules[] = {
     {"margin: number '&'", [](Reduce& r) { MarginOf(r, 1); }},
     {"margin: '+' number '&'", [](Reduce& r) { MarginOf(r, 2); }},
     {"margin: '-' number '&'", NegativeMarginOf},
-    {"rounding: ROUND_COMMERCIAL '(' digits_argument ')'", [](Reduce& r) { Round(r, kRoundCommercial); }},
-    {"rounding: ROUND_DOWN '(' digits_argument ')'", [](Reduce& r) { Round(r, kRoundDown); }},
-    {"rounding: ROUND_UP '(' digits_argument ')'", [](Reduce& r) { Round(r, kRoundUp); }},
+    {"rounding: ROUND_COMMERCIAL '(' digits_argument ')'", [](Reduce& r) { Round(r, PFormulaOp::kRoundCommercial); }},
+    {"rounding: ROUND_DOWN '(' digits_argument ')'", [](Reduce& r) { Round(r, PFormulaOp::kRoundDown); }},
+    {"rounding: ROUND_UP '(' digits_argument ')'", [](Reduce& r) { Round(r, PFormulaOp::kRoundUp); }},
     {"number: INTEGER"},
     {"number: DECIMAL"},
     {"number: LONG_INTEGER", [](Reduce& r) { Fail(r, kPFormulaLongInteger, r.At(1)); }},

@@ -32,40 +32,65 @@ size_t FormatOperand(double operand, char* out) {
     return static_cast<size_t>(last - out);
 }
 
-bool IsRoundingKind(int32_t kind) { return kind >= kRoundCommercial; }
+// How an operation is written: the character in front of its number (kSign:
+// the operand's own sign, + included), the one behind it, for rounding the
+// letter behind the A; and whether an operand of 0 leaves the value as it is,
+// so that the operation can go unwritten.
+constexpr char kSign = 1;
 
-char PrefixOf(double operand, int32_t kind) {
-    if (operand > 0 && kind <= kWriteMargin) return '+';
-    if (kind == kWriteMultiply || kind == kWriteDivide || kind == kWriteAssign) return static_cast<char>(kind);
-    return 0;
+struct Form {
+    char prefix = 0;
+    char suffix = 0;
+    char rounding = 0;
+    bool zeroChangesNothing = false;
+};
+
+Form FormOf(PFormulaOp kind) {
+    switch (kind) {
+        case PFormulaOp::kAdd: return {kSign, 0, 0, true};
+        case PFormulaOp::kPercentage: return {kSign, '%', 0, true};
+        case PFormulaOp::kMargin: return {kSign, '&', 0, true};
+        case PFormulaOp::kMultiply: return {'*'};
+        case PFormulaOp::kDivide: return {'/'};
+        case PFormulaOp::kAssign: return {'='};
+        case PFormulaOp::kRoundCommercial: return {0, 0, 'C'};
+        case PFormulaOp::kRoundDown: return {0, 0, 'D'};
+        case PFormulaOp::kRoundUp: return {0, 0, 'E'};
+    }
+    return {};
 }
 
-char SuffixOf(int32_t kind) {
-    return (kind == kWritePercentage || kind == kWriteMargin) ? static_cast<char>(kind) : 0;
+// The operation's text and its blank into out; returns its length.
+size_t FormatOp(double operand, const Form& form, char* out) {
+    size_t n = 0;
+    if (form.rounding) {
+        out[n++] = 'A';
+        out[n++] = form.rounding;
+        out[n++] = '(';
+        n += static_cast<size_t>(std::to_chars(out + n, out + kNumberRoom, TruncateToInt32(operand)).ptr - (out + n));
+        out[n++] = ')';
+    } else {
+        if (form.prefix == kSign) {
+            if (operand > 0) out[n++] = '+';  // a negative number brings its own minus
+        } else {
+            out[n++] = form.prefix;
+        }
+        n += FormatOperand(operand, out + n);
+        if (form.suffix) out[n++] = form.suffix;
+    }
+    out[n++] = ' ';
+    return n;
 }
 
 }  // namespace
 
-bool PFormulaWriteOp(PFormulaRecord* record, double operand, int32_t kind) {
+bool PFormulaWriteOp(PFormulaRecord* record, double operand, PFormulaOp kind) {
     if (!record->writeNormalForm) return true;
-    if (!IsRoundingKind(kind) && operand == 0.0) return true;
+    const Form form = FormOf(kind);
+    if (form.zeroChangesNothing && operand == 0.0) return true;
 
     char text[kNumberRoom + 8];
-    size_t n = 0;
-    if (IsRoundingKind(kind)) {
-        text[n++] = 'A';
-        text[n++] = static_cast<char>(kind);
-        text[n++] = '(';
-        n += static_cast<size_t>(std::to_chars(text + n, text + sizeof text, TruncateToInt32(operand)).ptr -
-                                 (text + n));
-        text[n++] = ')';
-    } else {
-        if (const char prefix = PrefixOf(operand, kind)) text[n++] = prefix;
-        n += FormatOperand(operand, text + n);
-        if (const char suffix = SuffixOf(kind)) text[n++] = suffix;
-    }
-    text[n++] = ' ';
-
+    const size_t n = FormatOp(operand, form, text);
     char* const block = record->normalForm;
     const size_t size = block ? record->normalFormSize : 0;
     const size_t used = block ? strnlen(block, size) : 0;
@@ -152,8 +177,13 @@ double ReadNumber(Cursor& at) {
 const char* RunRounding(Cursor& at, double& reg) {
     ++at.p;  // the A
     if (at.AtEnd()) return at.p;
-    const char kind = *at.p++;
-    if (kind != 'C' && kind != 'D' && kind != 'E') return at.p;
+    PFormulaOp kind;
+    switch (*at.p++) {
+        case 'C': kind = PFormulaOp::kRoundCommercial; break;
+        case 'D': kind = PFormulaOp::kRoundDown; break;
+        case 'E': kind = PFormulaOp::kRoundUp; break;
+        default: return at.p;
+    }
     at.SkipBlanks();
     if (at.AtEnd()) return at.p;
     if (*at.p++ != '(') return at.p;

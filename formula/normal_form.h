@@ -9,20 +9,13 @@
 
 namespace vrn {
 
-// Kind codes of PFormulaWriteOp; rounding uses kRoundCommercial/Down/Up.
-inline constexpr int32_t kWriteAdd = 1;
-inline constexpr int32_t kWritePercentage = '%';
-inline constexpr int32_t kWriteMargin = '&';
-inline constexpr int32_t kWriteMultiply = '*';
-inline constexpr int32_t kWriteDivide = '/';
-inline constexpr int32_t kWriteAssign = '=';
-
 // Appends one operation and its blank to record->normalForm (NUL-terminated,
-// normalFormSize bytes) when writeNormalForm is set; an operand of 0 writes
-// nothing but for rounding. An operation that doesn't fit whole is not written
-// at all: errorCode becomes -3 and the result is false, so that nothing is
-// ever lost without a word.
-[[nodiscard]] bool PFormulaWriteOp(PFormulaRecord* record, double operand, int32_t kind);
+// normalFormSize bytes) when writeNormalForm is set. An addition, percentage
+// or margin of 0 writes nothing, as it changes nothing; every other operation
+// is written whatever its operand, so that the text means what the formula
+// meant. An operation that doesn't fit whole is not written at all: errorCode
+// becomes -3 and the result is false, so that nothing is lost without a word.
+[[nodiscard]] bool PFormulaWriteOp(PFormulaRecord* record, double operand, PFormulaOp kind);
 
 // Output size that the entry points require for a text of `length` bytes:
 // (length + 1) / 2 * 3 + 4.

@@ -23,6 +23,20 @@ struct PFormulaRecord {
 // 15-0: low 16 bits of the position. Success is 0.
 using PFormulaCode = uint32_t;
 
+// The operations of the language, as the parser hands them to the normal-form
+// writer and the rounding. The values are the writer's published kind codes.
+enum class PFormulaOp : int32_t {
+    kAdd = 1,
+    kPercentage = 37,
+    kMargin = 38,
+    kMultiply = 42,
+    kDivide = 47,
+    kAssign = 61,
+    kRoundCommercial = 67,
+    kRoundDown = 68,
+    kRoundUp = 69,
+};
+
 // Error numbers.
 inline constexpr int32_t kPFormulaOk = 0;
 inline constexpr int32_t kPFormulaSyntax = -1;

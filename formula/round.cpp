@@ -29,13 +29,13 @@ double Truncate(double x) { return std::trunc(x) + 0.0; }
 // Truncation is to a whole double rather than to a 32-bit integer: inside that
 // range the result is the same bit for bit, and beyond it (12345678 AC(3))
 // the value still rounds instead of collapsing to the integer minimum.
-double PFormulaRound(double value, int32_t digits, int32_t kind) {
+double PFormulaRound(double value, int32_t digits, PFormulaOp kind) {
     const double p = Scale(digits);
     const double x = value * p;
     const double t = Truncate(x);
     if (std::fabs(x - t) < 1e-8) return x / p;
-    if (kind == kRoundCommercial) return Truncate(x + 0.5) / p;
-    if (kind == kRoundUp) return Truncate(x + 1.0) / p;
+    if (kind == PFormulaOp::kRoundCommercial) return Truncate(x + 0.5) / p;
+    if (kind == PFormulaOp::kRoundUp) return Truncate(x + 1.0) / p;
     return t / p;
 }
 

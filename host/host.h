@@ -100,6 +100,10 @@ struct CallResult {
 struct CallOptions {
     std::optional<std::u16string> instanceName;  // what srv_pfieldex gives for the instance name
     bool failParamInfo = false;                  // srv_paraminfo answers 0 for every parameter
+    // Runs right after srv_paraminfo has copied a value out and right before
+    // srv_paramsetoutput takes one in: a test can hold two calls there at
+    // once, so that whatever buffer they share gets overwritten in between.
+    std::function<void()> onValueTransfer;
 };
 
 // Runs any procedure-shaped function over one call record (frame tests use it).

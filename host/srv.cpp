@@ -80,12 +80,14 @@ int SRVAPI srv_paraminfo(SRV_PROC* srvproc, int n, BYTE* type, ULONG* maxLength,
     // Exactly the value's bytes and no terminator: an integer lands in the
     // low bytes of a wider destination, as the server does it.
     if (data && length > 0) std::memcpy(data, param->value.data(), length);
+    if (data && srvproc->options.onValueTransfer) srvproc->options.onValueTransfer();
     return kSucceed;
 }
 
 int SRVAPI srv_paramsetoutput(SRV_PROC* srvproc, int n, BYTE* data, ULONG length, BOOL isNull) {
     const vrn::host::Param* param = ParamAt(srvproc, n);
     if (!param || !param->isOutput) return kFail;
+    if (srvproc->options.onValueTransfer) srvproc->options.onValueTransfer();
     vrn::host::OutputValue out;
     out.param = n;
     out.isNull = isNull != 0 || (!data && length > 0);

@@ -77,7 +77,15 @@ int32_t PercStrParse(PercStrContext* context) {
 }
 
 int32_t PercStrEvaluate(const char* text, double* value, int32_t mode) {
+    int32_t position = 0, length = 0;
+    return PercStrEvaluateAt(text, value, mode, &position, &length);
+}
+
+int32_t PercStrEvaluateAt(const char* text, double* value, int32_t mode, int32_t* errorPosition,
+                          int32_t* errorLength) {
     PercStrContext context{PercStrMode(mode), PercStrStartingValue(mode), 0, 0, 0};
+    *errorPosition = 0;
+    *errorLength = 0;
     *value = context.value;
     if (text == nullptr || text[0] == 0) return kPercStrEvaluated;
     const PercStrParser* parser = MachinesOrNull();
@@ -86,7 +94,11 @@ int32_t PercStrEvaluate(const char* text, double* value, int32_t mode) {
     if (buffer == nullptr) return kPercStrNoBuffer;
     const int32_t parsed = parser->Parse(&context);
     PercStrScanner.yy_release_buffer(buffer);
-    if (parsed != kParseAccepted) return kPercStrNotValid;
+    if (parsed != kParseAccepted) {
+        *errorPosition = context.errorPosition;
+        *errorLength = context.errorLength;
+        return kPercStrNotValid;
+    }
     *value = context.value;
     return kPercStrEvaluated;
 }

@@ -38,6 +38,10 @@ inline constexpr int32_t kPercStrNoBuffer = 2;   // no scan buffer could be made
 // starting value; a null or empty text gives it with result 0. The caller
 // holds PercStrMutex.
 [[nodiscard]] int32_t PercStrEvaluate(const char* text, double* value, int32_t mode);
+// The same, telling where a refused text went wrong: on result 1 the column
+// and length of the token at the error (both 0 when the stack ran out).
+[[nodiscard]] int32_t PercStrEvaluateAt(const char* text, double* value, int32_t mode, int32_t* errorPosition,
+                                        int32_t* errorLength);
 
 // The same after normalising the text into at most 19 characters; the
 // defects the normaliser counts are dropped.

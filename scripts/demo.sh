@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
-# Sets up, builds the library and vrn-exec, and runs an example batch through it.
+# Sets up only what the library and vrn-exec need, builds them in Release, and
+# runs an example batch.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
-bash "$root/scripts/setup.sh"
-cmake -S "$root" -B "$root/build" >/dev/null
+bash "$root/scripts/setup.sh" build
+cmake -S "$root" -B "$root/build" -DCMAKE_BUILD_TYPE=Release -DVRN_TESTS=OFF -DVRN_BENCH=OFF >/dev/null
 cmake --build "$root/build" -j "$(nproc)" --target vrn-exec
 exec="$root/build/host/vrn-exec"
 

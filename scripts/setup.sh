@@ -1,24 +1,36 @@
 #!/usr/bin/env bash
 # Installs what the build needs on a Debian machine, only where it is missing.
+#   scripts/setup.sh [PART...]   parts: build, tests, fuzz, windows, pg; none: all
+# build: the library and vrn-exec. tests: GoogleTest and Google Benchmark.
+# fuzz: clang with libFuzzer. windows: the cross compiler and wine.
+# pg: a PostgreSQL server to test the extension in, and its build support.
 set -euo pipefail
-need=()
-for pkg in cmake g++ make libgtest-dev libgmock-dev libbenchmark-dev valgrind diffutils; do
-  dpkg-query -W -f='${Status}' "$pkg" 2>/dev/null | grep -q 'install ok installed' || need+=("$pkg")
-done
-if ((${#need[@]})); then
-  sudo=""; [ "$(id -u)" -eq 0 ] || sudo=sudo
+parts=("$@")
+((${#parts[@]})) || parts=(build tests fuzz windows pg)
+
+install() {  # install [--no-install-recommends] PACKAGE...
+  local options=()
+  [ "$1" = --no-install-recommends ] && { options+=("$1"); shift; }
+  local need=()
+  for pkg in "$@"; do
+    dpkg-query -W -f='${Status}' "$pkg" 2>/dev/null | grep -q 'install ok installed' || need+=("$pkg")
+  done
+  ((${#need[@]})) || return 0
+  local sudo=""; [ "$(id -u)" -eq 0 ] || sudo=sudo
   $sudo apt-get update -qq
-  DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq "${need[@]}"
-fi
-# The Windows side: cross compiler (posix threads, for std::thread and std::mutex),
-# the gtest sources to cross-build, and wine to run the result. Recommends would
-# pull in a desktop's worth of graphics and sound; a headless run needs none of it.
-need=()
-for pkg in g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 googletest wine64 wine; do
-  dpkg-query -W -f='${Status}' "$pkg" 2>/dev/null | grep -q 'install ok installed' || need+=("$pkg")
+  DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq "${options[@]}" "${need[@]}"
+}
+
+for part in "${parts[@]}"; do
+  case $part in
+    build) install cmake g++ make ;;
+    tests) install libgtest-dev libgmock-dev libbenchmark-dev valgrind diffutils ;;
+    fuzz) install clang-14 libclang-rt-14-dev ;;
+    # The cross compiler with posix threads (for std::thread and std::mutex), the
+    # gtest sources to cross-build, and wine to run the result. Recommends would
+    # pull in a desktop's worth of graphics and sound; a headless run needs none.
+    windows) install --no-install-recommends g++-mingw-w64-x86-64-posix binutils-mingw-w64-x86-64 googletest wine64 wine ;;
+    pg) install --no-install-recommends postgresql-15 postgresql-server-dev-15 ;;
+    *) echo "unknown part: $part (build, tests, fuzz, windows, pg)" >&2; exit 2 ;;
+  esac
 done
-if ((${#need[@]})); then
-  sudo=""; [ "$(id -u)" -eq 0 ] || sudo=sudo
-  $sudo apt-get update -qq
-  DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends "${need[@]}"
-fi

@@ -91,8 +91,7 @@ TEST(PFormulaEntryPoints, ANormalFormThatOutgrowsItsBlockIsAnError) {
     };
     const Row rows[] = {
         {Repeat("1%", 7), PFormulaMakeCode(-3, 12, 2), Repeat("+1% ", 6)},
-        {".1.1.1.1", PFormulaMakeCode(-3, 6, 2), Repeat("+0.1 ", 3)},
-        {Repeat("1%", 6), 0, Repeat("+1% ", 6)},
+        {".1.1.1.1", PFormulaMakeCode(-3, 6, 2), Repeat("+0.1 ", 3)}, {Repeat("1%", 6), 0, Repeat("+1% ", 6)},
         {".1.1.1", 0, Repeat("+0.1 ", 3)},
     };
     for (const Row& row : rows) {

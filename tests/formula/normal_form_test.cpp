@@ -13,6 +13,8 @@
 namespace vrn {
 namespace {
 
+using Op = PFormulaOp;
+
 struct Block {
     std::vector<char> bytes;
     PFormulaRecord record{};
@@ -28,51 +30,53 @@ struct Block {
 TEST(PFormulaWriteOp, WritesEachOperationInItsOneForm) {
     struct Row {
         double operand;
-        int32_t kind;
+        PFormulaOp kind;
         const char* text;
     };
     // What the parser's own numbers give is in its tests; these are the rest.
     const Row rows[] = {
-        {-0.0, kWriteAdd, ""},
-        {0, kWriteAssign, ""},  // an assignment of 0 is dropped as well
-        {-0.5, kWriteAdd, "-0.5 "},
-        {-5.5, kWriteMargin, "-5.5& "},
-        {0.0001, kWriteAdd, "+0.0001 "},
-        {99999999.9999, kWritePercentage, "+99999999.9999% "},
-        {100.00001, kWriteAdd, "+100 "},    // four decimals, then the zeros and the point go
-        {1e10, kWriteAdd, "+10000000000 "},  // beyond 32 bits: still the plain integer
-        {-2.5, kWriteMultiply, "*-2.5 "},
-        {0, kRoundUp, "AE(0) "},
-        {-1, kRoundUp, "AE(-1) "},
-        {-3.9, kRoundDown, "AD(-3) "},
+        {-0.0, Op::kAdd, ""}, {0, Op::kMargin, ""},
+        {0, Op::kAssign, "=0 "},  // 0 changes the value here: kept
+        {0, Op::kMultiply, "*0 "},
+        {0, Op::kDivide, "/0 "},
+        {-0.5, Op::kAdd, "-0.5 "},
+        {-5.5, Op::kMargin, "-5.5& "},
+        {0.0001, Op::kAdd, "+0.0001 "},
+        {99999999.9999, Op::kPercentage, "+99999999.9999% "},
+        {100.00001, Op::kAdd, "+100 "},    // four decimals, then the zeros and the point go
+        {1e10, Op::kAdd, "+10000000000 "},  // beyond 32 bits: still the plain integer
+        {-2.5, Op::kMultiply, "*-2.5 "},
+        {0, Op::kRoundUp, "AE(0) "},
+        {-1, Op::kRoundUp, "AE(-1) "},
+        {-3.9, Op::kRoundDown, "AD(-3) "},
     };
     for (const Row& row : rows) {
         Block block(64);
         EXPECT_TRUE(PFormulaWriteOp(&block.record, row.operand, row.kind));
-        EXPECT_EQ(block.Text(), row.text) << row.operand << " kind " << row.kind;
+        EXPECT_EQ(block.Text(), row.text) << row.operand << " kind " << static_cast<int>(row.kind);
         EXPECT_EQ(block.record.errorCode, 0);
     }
 }
 
 TEST(PFormulaWriteOp, AppendsBehindTheTextAndNeverPastTheBlock) {
     Block block(10);
-    EXPECT_TRUE(PFormulaWriteOp(&block.record, 5, kWriteAdd));      // "+5 "
-    EXPECT_TRUE(PFormulaWriteOp(&block.record, 22, kWritePercentage)); // "+22% ": 8 bytes and the NUL
+    EXPECT_TRUE(PFormulaWriteOp(&block.record, 5, Op::kAdd));      // "+5 "
+    EXPECT_TRUE(PFormulaWriteOp(&block.record, 22, Op::kPercentage)); // "+22% ": 8 bytes and the NUL
     EXPECT_EQ(block.Text(), "+5 +22% ");
-    EXPECT_FALSE(PFormulaWriteOp(&block.record, 1, kWriteAdd));     // needs 4 more, 2 are left
+    EXPECT_FALSE(PFormulaWriteOp(&block.record, 1, Op::kAdd));     // needs 4 more, 2 are left
     EXPECT_EQ(block.record.errorCode, kPFormulaOutputTooShort);
     EXPECT_EQ(block.Text(), "+5 +22% ");
     EXPECT_EQ(block.bytes[9], '\0');
 
     Block exact(4);
-    EXPECT_TRUE(PFormulaWriteOp(&exact.record, 5, kWriteAdd));
+    EXPECT_TRUE(PFormulaWriteOp(&exact.record, 5, Op::kAdd));
     EXPECT_EQ(exact.Text(), "+5 ");
     Block tight(3);
-    EXPECT_FALSE(PFormulaWriteOp(&tight.record, 5, kWriteAdd));
+    EXPECT_FALSE(PFormulaWriteOp(&tight.record, 5, Op::kAdd));
     EXPECT_EQ(tight.Text(), "");
     Block none(0);
-    EXPECT_FALSE(PFormulaWriteOp(&none.record, 5, kWriteAdd));
-    EXPECT_TRUE(PFormulaWriteOp(&none.record, 0, kWriteAdd));  // nothing to write needs no room
+    EXPECT_FALSE(PFormulaWriteOp(&none.record, 5, Op::kAdd));
+    EXPECT_TRUE(PFormulaWriteOp(&none.record, 0, Op::kAdd));  // nothing to write needs no room
 }
 
 TEST(PFormulaNormalFormSize, GrantsThreeBytesForEachTwoAndFour) {
@@ -109,33 +113,11 @@ void CheckRun(const RunRow& row, PFormulaCode code, double value) {
 
 TEST(PFormulaRun, ReadsTheNormalFormAndFailsAtTheToldOffset) {
     const RunRow rows[] = {
-        {"+10 ", 110},
-        {"=100 +22% -5& *2 /4 AD(-1) ", 50},
-        {"", 100},
-        {"   ", 100},
-        {"+23.456 AC (2)", 123.46},
-        {"+23.456 AC( 2 )", 123.46},
-        {"+23.456 AC(- 2)", 100},
-        {"+23.456 AE(-2)", 200},
-        {"A C(2)", 0, 2},
-        {"ac(2)", 0, 0},
-        {"AC(+2)", 0, 4},
-        {"AC(02)", 0, 5},
-        {"AC(4)", 0, 4},
-        {"AC(-4)", 0, 5},
-        {"5 %", 0, 2},
-        {".5", 0, 0},
-        {"+.5", 0, 1},
-        {"=-5", 0, 1},
-        {"2901%", 0, 5},
-        {"-100%", 0, 5},
-        {"100&", 0, 4},
-        {"-2901&", 0, 6},
-        {"2900% -99% 99& -2900&", 100},
-        {"*2%", 0, 2},
-        {"1e", 0, 1},
-        {"5 x", 0, 2},
-        {"5\xE8", 0, 1},
+        {"+10 ", 110}, {"=100 +22% -5& *2 /4 AD(-1) ", 50}, {"", 100}, {"   ", 100}, {"+23.456 AC (2)", 123.46},
+        {"+23.456 AC( 2 )", 123.46}, {"+23.456 AC(- 2)", 100}, {"+23.456 AE(-2)", 200}, {"A C(2)", 0, 2},
+        {"ac(2)", 0, 0}, {"AC(+2)", 0, 4}, {"AC(02)", 0, 5}, {"AC(4)", 0, 4}, {"AC(-4)", 0, 5}, {"5 %", 0, 2},
+        {".5", 0, 0}, {"+.5", 0, 1}, {"=-5", 0, 1}, {"2901%", 0, 5}, {"-100%", 0, 5}, {"100&", 0, 4}, {"-2901&", 0, 6},
+        {"2900% -99% 99& -2900&", 100}, {"*2%", 0, 2}, {"1e", 0, 1}, {"5 x", 0, 2}, {"5\xE8", 0, 1},
         {"123456789", 123456889},
         // Forms that strtod reads and the parser never writes.
         {"5.%", 105},

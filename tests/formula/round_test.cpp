@@ -12,16 +12,19 @@
 namespace vrn {
 namespace {
 
+constexpr PFormulaOp kC = PFormulaOp::kRoundCommercial, kD = PFormulaOp::kRoundDown, kE = PFormulaOp::kRoundUp;
+constexpr PFormulaOp kKinds[] = {kC, kD, kE};
+
 // The rounding steps with their 32-bit truncation, for values whose x (and
 // x + 1) lie inside that range. The engine must match it bit for bit there.
-double RoundBy32BitSteps(double value, int32_t digits, int32_t kind) {
+double RoundBy32BitSteps(double value, int32_t digits, PFormulaOp kind) {
     // The correctly rounded power, as strtod reads it: some runtimes' pow is an ulp off.
     const double p = std::strtod(("1e" + std::to_string(digits)).c_str(), nullptr);
     const double x = value * p;
     const int32_t t = static_cast<int32_t>(x);
     if (std::fabs(x - t) < 1e-8) return x / p;
-    if (kind == 'C') return static_cast<int32_t>(x + 0.5) / p;
-    if (kind == 'E') return static_cast<int32_t>(x + 1.0) / p;
+    if (kind == kC) return static_cast<int32_t>(x + 0.5) / p;
+    if (kind == kE) return static_cast<int32_t>(x + 1.0) / p;
     return t / p;
 }
 
@@ -66,13 +69,12 @@ const RoundRow kRows[] = {
 
 TEST(PFormulaRound, WorkedValuesMatchThe32BitStepsBitForBit) {
     for (const RoundRow& row : kRows) {
-        const int32_t kinds[] = {'C', 'D', 'E'};
         const double expected[] = {row.commercial, row.down, row.up};
         for (int k = 0; k < 3; ++k) {
             SCOPED_TRACE(testing::Message() << row.value << " digits " << row.digits << " kind "
-                                            << static_cast<char>(kinds[k]));
-            const double got = PFormulaRound(row.value, row.digits, kinds[k]);
-            EXPECT_EQ(Bits(got), Bits(RoundBy32BitSteps(row.value, row.digits, kinds[k])));
+                                            << static_cast<int>(kKinds[k]));
+            const double got = PFormulaRound(row.value, row.digits, kKinds[k]);
+            EXPECT_EQ(Bits(got), Bits(RoundBy32BitSteps(row.value, row.digits, kKinds[k])));
             EXPECT_NEAR(got, expected[k], 1e-12 * std::fmax(1.0, std::fabs(expected[k])));
             EXPECT_FALSE(std::signbit(got) && got == 0) << "negative zero";
         }
@@ -80,8 +82,8 @@ TEST(PFormulaRound, WorkedValuesMatchThe32BitStepsBitForBit) {
 }
 
 TEST(PFormulaRound, AnyKindButCAndEActsAsDown) {
-    for (int32_t kind : {0, int('A'), int('c'), int('d'), int('F'), -1}) {
-        EXPECT_EQ(Bits(PFormulaRound(1234.5678, 2, kind)), Bits(PFormulaRound(1234.5678, 2, 'D')));
+    for (PFormulaOp kind : {PFormulaOp::kAdd, PFormulaOp::kAssign, static_cast<PFormulaOp>('c')}) {
+        EXPECT_EQ(Bits(PFormulaRound(1234.5678, 2, kind)), Bits(PFormulaRound(1234.5678, 2, kD)));
     }
 }
 
@@ -93,9 +95,9 @@ TEST(PFormulaRound, RandomValuesInsideThe32BitRangeMatchTheSteps) {
         std::uniform_real_distribution<double> any(-limit, limit);
         // Short decimals hit the near-multiple test far more often than random bits.
         const double value = (i % 2) ? any(rng) : std::round(any(rng) * 1e4) / 1e4;
-        const int32_t kind = "CDE"[i % 3];
+        const PFormulaOp kind = kKinds[i % 3];
         ASSERT_EQ(Bits(PFormulaRound(value, digits, kind)), Bits(RoundBy32BitSteps(value, digits, kind)))
-            << value << " digits " << digits << " kind " << static_cast<char>(kind);
+            << value << " digits " << digits << " kind " << static_cast<int>(kind);
     }
 }
 
@@ -103,27 +105,27 @@ TEST(PFormulaRound, ValuesBeyondThe32BitRangeStillRound) {
     struct Row {
         double value;
         int32_t digits;
-        int32_t kind;
+        PFormulaOp kind;
         double expected;
     };
     const Row rows[] = {
-        {2147483.648, 3, 'C', 2147483.648},   // x is 2^31: the first value past the range
-        {2147483.648, 3, 'E', 2147483.648},
-        {-2147483.649, 3, 'D', -2147483.649},
-        {12345678, 3, 'C', 12345678},
-        {12345678.1234, 3, 'D', 12345678.123},
-        {12345678.1234, 3, 'E', 12345678.124},
-        {12345678.1235, 3, 'C', 12345678.124},
-        {99999999.9999, 2, 'C', 100000000},
-        {-99999999.9999, 3, 'D', -99999999.999},
-        {1e300, 3, 'C', 1e300},
+        {2147483.648, 3, kC, 2147483.648},   // x is 2^31: the first value past the range
+        {2147483.648, 3, kE, 2147483.648},
+        {-2147483.649, 3, kD, -2147483.649},
+        {12345678, 3, kC, 12345678},
+        {12345678.1234, 3, kD, 12345678.123},
+        {12345678.1234, 3, kE, 12345678.124},
+        {12345678.1235, 3, kC, 12345678.124},
+        {99999999.9999, 2, kC, 100000000},
+        {-99999999.9999, 3, kD, -99999999.999},
+        {1e300, 3, kC, 1e300},
     };
     for (const Row& row : rows) {
         EXPECT_NEAR(PFormulaRound(row.value, row.digits, row.kind), row.expected, 1e-6 * std::fabs(row.expected))
             << row.value << " digits " << row.digits;
     }
-    EXPECT_TRUE(std::isinf(PFormulaRound(INFINITY, 2, 'C')));
-    EXPECT_TRUE(std::isnan(PFormulaRound(NAN, 2, 'E')));
+    EXPECT_TRUE(std::isinf(PFormulaRound(INFINITY, 2, kC)));
+    EXPECT_TRUE(std::isnan(PFormulaRound(NAN, 2, kE)));
 }
 
 }  // namespace

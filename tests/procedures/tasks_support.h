@@ -8,14 +8,12 @@
 #include <vector>
 
 #include "host/host.h"
+#include "tests/procedures/calls.h"
 #include "tests/procedures/scheduler_double.h"
 
 namespace vrn::tasks::testing {
 
-inline const host::Library& Lib() {
-    static const host::Library lib(host::DefaultLibraryPath());
-    return lib;
-}
+using ::vrn::test::Lib;
 
 inline constexpr char16_t kId[] = u"{6F9619FF-8B86-D011-B42D-00C04FC964FF}";
 inline constexpr int32_t kFailure = static_cast<int32_t>(0x80004005u);

@@ -1,6 +1,6 @@
-// The server utilities through the DLL against the system's own answers: share
-// violations and missing folders with their numbers and texts, the shell's
-// folders to the exact length, and the network facts.
+// The server utilities through the DLL against the system's own answers: a
+// sharing violation with its number and text, the shell's folders to the exact
+// length, and the network facts.
 #include <windows.h>
 #include <dsgetdc.h>
 #include <lm.h>
@@ -8,17 +8,13 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <optional>
 #include <string>
-#include <thread>
-#include <vector>
 
-#include "host/host.h"
+#include "tests/procedures/calls.h"
 
 namespace vrn {
 namespace {
@@ -26,28 +22,9 @@ namespace {
 namespace fs = std::filesystem;
 using host::Output;
 using host::Param;
-
-// The return code, then every delivery in its order (M[message] O<n>[bytes] D).
-std::string Trace(const host::CallResult& r) {
-    std::string line = std::to_string(r.returnCode);
-    size_t message = 0, output = 0;
-    for (host::EventKind kind : r.order) {
-        if (kind == host::EventKind::Message) line += " M[" + r.messages[message++].text + "]";
-        if (kind == host::EventKind::Done) line += " D";
-        if (kind == host::EventKind::Output) {
-            const host::OutputValue& o = r.outputs[output++];
-            line += " O" + std::to_string(o.param) + "[" + std::string(o.value.begin(), o.value.end()) + "]";
-        }
-    }
-    return line;
-}
-
-const host::Library& Lib() {
-    static const host::Library lib(host::DefaultLibraryPath());
-    return lib;
-}
-
-std::string Code(uint32_t code) { return std::to_string(static_cast<int32_t>(code)); }
+using test::Code;
+using test::Lib;
+using test::Trace;
 
 std::string SystemText(DWORD error) {
     char* text = nullptr;
@@ -58,77 +35,24 @@ std::string SystemText(DWORD error) {
     return result;
 }
 
-std::string OpenMessage(DWORD error, const std::string& name) {
-    return "-1 M[vrn_StrToFile\nErrore " + std::to_string(error) + " nell'apertura del file " + name +
-           ".\nMessaggio di errore: " + SystemText(error) + "] D";
-}
-
-std::optional<std::string> Content(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    if (!file) return std::nullopt;
-    return std::string(std::istreambuf_iterator<char>(file), {});
-}
-
-class StrToFileWin32 : public testing::Test {
-protected:
-    void SetUp() override {
-        root_ = fs::temp_directory_path() /
-                ("vrn-" + std::to_string(GetCurrentProcessId()) + "-" +
-                 testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::create_directories(root_);
-    }
-    void TearDown() override { fs::remove_all(root_); }
-    std::string Path(const std::string& name) const { return (root_ / name).string(); }
-    fs::path root_;
-};
-
-TEST_F(StrToFileWin32, ReportsTheSystemsNumberAndText) {
-    const std::string held = Path("held");
+// Opened by someone who would share it: the call wants it alone, and is refused.
+TEST(StrToFileWin32, ASharingViolationWithTheSystemsNumberAndText) {
+    const std::string held = (fs::temp_directory_path() / ("vrn-held-" + std::to_string(GetCurrentProcessId()))).string();
     std::ofstream(held, std::ios::binary) << "before";
-    // Open by someone who would share it: the call wants it alone, and is refused.
     HANDLE holder = CreateFileA(held.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
                                 OPEN_EXISTING, 0, nullptr);
     ASSERT_NE(holder, INVALID_HANDLE_VALUE);
     for (const Param& flag : {host::Int(0), host::Int(1)}) {
         EXPECT_EQ(Trace(Lib().Call("vrn_StrToFile", {host::VarChar("abc"), host::VarChar(held), flag})),
-                  OpenMessage(ERROR_SHARING_VIOLATION, held));
+                  "-1 M[vrn_StrToFile\nErrore " + std::to_string(ERROR_SHARING_VIOLATION) +
+                      " nell'apertura del file " + held + ".\nMessaggio di errore: " +
+                      SystemText(ERROR_SHARING_VIOLATION) + "] D");
     }
     CloseHandle(holder);
-    EXPECT_EQ(Content(held), "before");
-
-    const std::string missing = Path("no\\such\\folder.txt");
-    EXPECT_EQ(Trace(Lib().Call("vrn_StrToFile", {host::VarChar("abc"), host::VarChar(missing)})),
-              OpenMessage(ERROR_PATH_NOT_FOUND, missing));
-    EXPECT_FALSE(fs::exists(Path("no")));
-}
-
-// Share mode 0 keeps racing writers apart: each call writes all of its text or
-// is refused with the sharing violation; nothing is lost or interleaved.
-TEST_F(StrToFileWin32, CallsOnOneFileExcludeEachOther) {
-    const std::string path = Path("shared");
-    constexpr int kThreads = 4, kCalls = 20;
-    constexpr size_t kChunk = 1 << 18;
-    const std::string refusal = OpenMessage(ERROR_SHARING_VIOLATION, path);
-    std::atomic<int> written{0}, refused{0}, other{0};
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t) {
-        threads.emplace_back([&, t] {
-            const std::string chunk(kChunk, static_cast<char>('a' + t));
-            for (int i = 0; i < kCalls; ++i) {
-                const std::string seen =
-                    Trace(Lib().Call("vrn_StrToFile", {host::VarChar(chunk), host::VarChar(path), host::Bit(true)}));
-                (seen == "0 D" ? written : seen == refusal ? refused : other)++;
-            }
-        });
-    }
-    for (std::thread& thread : threads) thread.join();
-    EXPECT_EQ(other, 0);
-    EXPECT_EQ(written + refused, kThreads * kCalls);
-    const std::string content = Content(path).value_or("");
-    ASSERT_EQ(content.size(), static_cast<size_t>(written) * kChunk);
-    for (size_t at = 0; at < content.size(); at += kChunk) {
-        EXPECT_EQ(content.substr(at, kChunk), std::string(kChunk, content[at])) << at;
-    }
+    std::ifstream file(held, std::ios::binary);
+    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), "before");
+    file.close();
+    fs::remove(held);
 }
 
 TEST(GetFolderPathWin32, TheShellsFolderNarrowOrWideToTheExactLength) {
