@@ -76,16 +76,10 @@ int32_t PercStrParse(PercStrContext* context) {
     return parser != nullptr ? parser->Parse(context) : kParseExhausted;
 }
 
-int32_t PercStrEvaluate(const char* text, double* value, int32_t mode) {
-    int32_t position = 0, length = 0;
-    return PercStrEvaluateAt(text, value, mode, &position, &length);
-}
+namespace {
 
-int32_t PercStrEvaluateAt(const char* text, double* value, int32_t mode, int32_t* errorPosition,
-                          int32_t* errorLength) {
-    PercStrContext context{PercStrMode(mode), PercStrStartingValue(mode), 0, 0, 0};
-    *errorPosition = 0;
-    *errorLength = 0;
+// The steps of an evaluation; a refused text leaves where it went wrong in the context.
+int32_t Evaluate(PercStrContext& context, const char* text, double* value) {
     *value = context.value;
     if (text == nullptr || text[0] == 0) return kPercStrEvaluated;
     const PercStrParser* parser = MachinesOrNull();
@@ -94,13 +88,25 @@ int32_t PercStrEvaluateAt(const char* text, double* value, int32_t mode, int32_t
     if (buffer == nullptr) return kPercStrNoBuffer;
     const int32_t parsed = parser->Parse(&context);
     PercStrScanner.yy_release_buffer(buffer);
-    if (parsed != kParseAccepted) {
-        *errorPosition = context.errorPosition;
-        *errorLength = context.errorLength;
-        return kPercStrNotValid;
-    }
+    if (parsed != kParseAccepted) return kPercStrNotValid;
     *value = context.value;
     return kPercStrEvaluated;
+}
+
+}  // namespace
+
+int32_t PercStrEvaluate(const char* text, double* value, int32_t mode) {
+    PercStrContext context{PercStrMode(mode), PercStrStartingValue(mode), 0, 0, 0};
+    return Evaluate(context, text, value);
+}
+
+int32_t PercStrEvaluateAt(const char* text, double* value, int32_t mode, int32_t* errorPosition,
+                          int32_t* errorLength) {
+    PercStrContext context{PercStrMode(mode), PercStrStartingValue(mode), 0, 0, 0};
+    const int32_t result = Evaluate(context, text, value);
+    *errorPosition = result == kPercStrNotValid ? context.errorPosition : 0;
+    *errorLength = result == kPercStrNotValid ? context.errorLength : 0;
+    return result;
 }
 
 int32_t PercStrNormalizeEvaluate(const char* text, double* value, int32_t mode) {
