@@ -9,30 +9,15 @@
 #include "frame/procedure.h"
 
 namespace vrn::fuzz {
-
 namespace {
 
 char home[] = "/tmp/vrn-fuzz-XXXXXX";
+const std::string* current = nullptr;  // the input being run
 
-// Nothing is made in it (the folder procedure's create flag is cleared), so it goes empty.
+// Nothing is made in it (the params target clears the folder procedure's create flag), so it goes empty.
 void RemoveHome() { (void)::rmdir(home); }
 
 }  // namespace
-
-void StartLibrary() {
-    static bool started = false;
-    if (started) return;
-    started = true;
-    (void)LibraryEntry(1);
-    if (::mkdtemp(home) == nullptr) std::abort();
-    std::atexit(RemoveHome);
-    ::setenv("HOME", home, 1);
-    for (const char* name : {"XDG_CONFIG_HOME", "XDG_DATA_HOME", "XDG_CACHE_HOME"}) ::unsetenv(name);
-}
-
-host::CallResult Call(Procedure procedure, std::vector<host::Param> params) {
-    return host::Invoke(procedure, std::move(params));
-}
 
 bool OutputText(const host::CallResult& result, int n, std::string* text) {
     const host::OutputValue* out = result.OutputOf(n);
@@ -50,18 +35,31 @@ bool OutputFloat(const host::CallResult& result, int n, double* value) {
 
 bool SameValue(double a, double b) { return a == b || (std::isnan(a) && std::isnan(b)); }
 
-void Broken(const std::string& what, const uint8_t* data, size_t size) {
-    std::fprintf(stderr, "broken: %s\ninput (%zu bytes): \"", what.c_str(), size);
-    for (size_t i = 0; i < size; ++i) {
-        const unsigned c = data[i];
-        if (c >= 0x20 && c < 0x7F && c != '"' && c != '\\') {
-            std::fputc(static_cast<int>(c), stderr);
-        } else {
-            std::fprintf(stderr, "\\x%02X", c);
-        }
+void Broken(const std::string& what) {
+    std::fprintf(stderr, "broken: %s\ninput (%zu bytes): \"", what.c_str(), current->size());
+    for (const char byte : *current) {
+        const auto c = static_cast<unsigned char>(byte);
+        if (c >= 0x20 && c < 0x7F && c != '"' && c != '\\') std::fputc(c, stderr);
+        else std::fprintf(stderr, "\\x%02X", c);
     }
     std::fputs("\"\n", stderr);
     std::abort();
 }
 
 }  // namespace vrn::fuzz
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+    using vrn::fuzz::home;
+    (void)vrn::LibraryEntry(1);
+    if (::mkdtemp(home) == nullptr) std::abort();
+    std::atexit(vrn::fuzz::RemoveHome);
+    ::setenv("HOME", home, 1);
+    for (const char* name : {"XDG_CONFIG_HOME", "XDG_DATA_HOME", "XDG_CACHE_HOME"}) ::unsetenv(name);
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    const std::string input(reinterpret_cast<const char*>(data), size);
+    vrn::fuzz::current = &input;
+    return vrn::fuzz::RunOne(input);
+}

@@ -3,58 +3,44 @@
 // reports a broken property (an abort, which libFuzzer keeps as a crash).
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "frame/srv.h"
 #include "host/host.h"
 
+// Every export; the params target calls them by their place in this list,
+// which tests/fuzz/seeds.py reads too.
+#define VRN_FUZZ_EXPORTS(X)                                                                                     \
+    X(vrn_PercStrNormalize) X(vrn_PercStrEval) X(vrn_PercStrSymb_GetMutex) X(vrn_PercStrSymb_ReleaseMutex)     \
+    X(vrn_PercStrSymb_Init) X(vrn_PercStrSymb_SetVar) X(vrn_PercStrSymb_Eval) X(vrn_PercStrSymb_ErrorInfo)      \
+    X(vrn_PFormula_Eval) X(vrn_PFormula_Normalize) X(vrn_CountBitsOn) X(vrn_Debugout) X(vrn_GetFolderPath)     \
+    X(vrn_GetSrvInfo) X(vrn_StrToFile) X(vrn_Wts_TaskCreate) X(vrn_Wts_TaskDelete) X(vrn_Wts_TaskRun)          \
+    X(vrn_Wts_TaskTerminate) X(vrn_Wts_TaskGetFlags) X(vrn_Wts_TaskGetStatus) X(vrn_Wts_TaskSetFlags)          \
+    X(vrn_Wts_TaskSetMaxRunTime) X(vrn_Wts_TaskEnableAll) X(vrn_Wts_TaskDisableAll) X(vrn_Wts_TaskEnum)        \
+    X(vrn_Wts_TaskInfo) X(vrn_Wts_TriggerCreate) X(vrn_Wts_TriggerUpdate) X(vrn_Wts_TriggerDelete)             \
+    X(vrn_Wts_TriggerEnum)
+
+#define VRN_FUZZ_DECLARE(name) int32_t name(SRV_PROC* srvproc);
 extern "C" {
-int32_t vrn_PercStrNormalize(SRV_PROC* srvproc);
-int32_t vrn_PercStrEval(SRV_PROC* srvproc);
-int32_t vrn_PercStrSymb_GetMutex(SRV_PROC* srvproc);
-int32_t vrn_PercStrSymb_ReleaseMutex(SRV_PROC* srvproc);
-int32_t vrn_PercStrSymb_Init(SRV_PROC* srvproc);
-int32_t vrn_PercStrSymb_SetVar(SRV_PROC* srvproc);
-int32_t vrn_PercStrSymb_Eval(SRV_PROC* srvproc);
-int32_t vrn_PercStrSymb_ErrorInfo(SRV_PROC* srvproc);
-int32_t vrn_PFormula_Eval(SRV_PROC* srvproc);
-int32_t vrn_PFormula_Normalize(SRV_PROC* srvproc);
-int32_t vrn_CountBitsOn(SRV_PROC* srvproc);
-int32_t vrn_Debugout(SRV_PROC* srvproc);
-int32_t vrn_GetFolderPath(SRV_PROC* srvproc);
-int32_t vrn_GetSrvInfo(SRV_PROC* srvproc);
-int32_t vrn_StrToFile(SRV_PROC* srvproc);
-int32_t vrn_Wts_TaskCreate(SRV_PROC* srvproc);
-int32_t vrn_Wts_TaskDelete(SRV_PROC* srvproc);
-int32_t vrn_Wts_TaskRun(SRV_PROC* srvproc);
-int32_t vrn_Wts_TaskTerminate(SRV_PROC* srvproc);
-int32_t vrn_Wts_TaskGetFlags(SRV_PROC* srvproc);
-int32_t vrn_Wts_TaskGetStatus(SRV_PROC* srvproc);
-int32_t vrn_Wts_TaskSetFlags(SRV_PROC* srvproc);
-int32_t vrn_Wts_TaskSetMaxRunTime(SRV_PROC* srvproc);
-int32_t vrn_Wts_TaskEnableAll(SRV_PROC* srvproc);
-int32_t vrn_Wts_TaskDisableAll(SRV_PROC* srvproc);
-int32_t vrn_Wts_TaskEnum(SRV_PROC* srvproc);
-int32_t vrn_Wts_TaskInfo(SRV_PROC* srvproc);
-int32_t vrn_Wts_TriggerCreate(SRV_PROC* srvproc);
-int32_t vrn_Wts_TriggerUpdate(SRV_PROC* srvproc);
-int32_t vrn_Wts_TriggerDelete(SRV_PROC* srvproc);
-int32_t vrn_Wts_TriggerEnum(SRV_PROC* srvproc);
+VRN_FUZZ_EXPORTS(VRN_FUZZ_DECLARE)
 }
+#undef VRN_FUZZ_DECLARE
 
 namespace vrn::fuzz {
 
 using Procedure = int32_t (*)(SRV_PROC*);
 
-// What the library's load does: the locks. Also points HOME at a fresh
-// temporary folder, so that the folders a call makes land there.
-void StartLibrary();
+// Each target's own: one input, after the library has been loaded (its locks,
+// and HOME at a fresh temporary folder for whatever folders a call makes).
+// -1 keeps an input out of the corpus.
+int RunOne(const std::string& input);
 
-// One call, as the server makes it.
-host::CallResult Call(Procedure procedure, std::vector<host::Param> params);
+inline host::CallResult Call(Procedure procedure, std::vector<host::Param> params) {
+    return host::Invoke(procedure, std::move(params));
+}
 
 // The last text or float delivered to OUTPUT parameter n; false when none was.
 bool OutputText(const host::CallResult& result, int n, std::string* text);
@@ -64,6 +50,6 @@ bool OutputFloat(const host::CallResult& result, int n, double* value);
 bool SameValue(double a, double b);
 
 // A broken property: prints what and the input, then aborts.
-[[noreturn]] void Broken(const std::string& what, const uint8_t* data, size_t size);
+[[noreturn]] void Broken(const std::string& what);
 
 }  // namespace vrn::fuzz

@@ -3,8 +3,9 @@
 // and a host that can't describe them. Nothing may crash or read past a value;
 // calls that pass the judging run against stand-ins for the file system,
 // the system log, the domain and the scheduler.
-#include <cstring>
+#include <algorithm>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "frame/srv.h"
@@ -31,55 +32,14 @@ ErrorText::~ErrorText() = default;
 namespace vrn::fuzz {
 namespace {
 
-// What a call of an export needs around it.
-enum ExportTrait : uint8_t {
-    kPlain = 0,
-    kTakesLock = 1,      // returns 1 when it took PercStrSymbMutex, which must be given back
-    kMayCreate = 2,      // its integer may ask to create a folder: that bit is cleared
-    kScheduler = 4,      // talks to the scheduler: the in-memory double, emptied before each call
-};
-
 struct Export {
     const char* name;
     Procedure procedure;
-    uint8_t traits;
 };
 
-// One row per export; a new family adds its rows here (and declares the
-// exports in fuzz.h). tests/fuzz/seeds.py reads this table for the order.
-constexpr Export kExports[] = {
-    {"vrn_PercStrNormalize", vrn_PercStrNormalize, kPlain},
-    {"vrn_PercStrEval", vrn_PercStrEval, kPlain},
-    {"vrn_PercStrSymb_GetMutex", vrn_PercStrSymb_GetMutex, kTakesLock},
-    {"vrn_PercStrSymb_ReleaseMutex", vrn_PercStrSymb_ReleaseMutex, kPlain},
-    {"vrn_PercStrSymb_Init", vrn_PercStrSymb_Init, kPlain},
-    {"vrn_PercStrSymb_SetVar", vrn_PercStrSymb_SetVar, kPlain},
-    {"vrn_PercStrSymb_Eval", vrn_PercStrSymb_Eval, kPlain},
-    {"vrn_PercStrSymb_ErrorInfo", vrn_PercStrSymb_ErrorInfo, kPlain},
-    {"vrn_PFormula_Eval", vrn_PFormula_Eval, kPlain},
-    {"vrn_PFormula_Normalize", vrn_PFormula_Normalize, kPlain},
-    {"vrn_CountBitsOn", vrn_CountBitsOn, kPlain},
-    {"vrn_Debugout", vrn_Debugout, kPlain},
-    {"vrn_GetFolderPath", vrn_GetFolderPath, kMayCreate},
-    {"vrn_GetSrvInfo", vrn_GetSrvInfo, kPlain},
-    {"vrn_StrToFile", vrn_StrToFile, kPlain},
-    {"vrn_Wts_TaskCreate", vrn_Wts_TaskCreate, kScheduler},
-    {"vrn_Wts_TaskDelete", vrn_Wts_TaskDelete, kScheduler},
-    {"vrn_Wts_TaskRun", vrn_Wts_TaskRun, kScheduler},
-    {"vrn_Wts_TaskTerminate", vrn_Wts_TaskTerminate, kScheduler},
-    {"vrn_Wts_TaskGetFlags", vrn_Wts_TaskGetFlags, kScheduler},
-    {"vrn_Wts_TaskGetStatus", vrn_Wts_TaskGetStatus, kScheduler},
-    {"vrn_Wts_TaskSetFlags", vrn_Wts_TaskSetFlags, kScheduler},
-    {"vrn_Wts_TaskSetMaxRunTime", vrn_Wts_TaskSetMaxRunTime, kScheduler},
-    {"vrn_Wts_TaskEnableAll", vrn_Wts_TaskEnableAll, kScheduler},
-    {"vrn_Wts_TaskDisableAll", vrn_Wts_TaskDisableAll, kScheduler},
-    {"vrn_Wts_TaskEnum", vrn_Wts_TaskEnum, kScheduler},
-    {"vrn_Wts_TaskInfo", vrn_Wts_TaskInfo, kScheduler},
-    {"vrn_Wts_TriggerCreate", vrn_Wts_TriggerCreate, kScheduler},
-    {"vrn_Wts_TriggerUpdate", vrn_Wts_TriggerUpdate, kScheduler},
-    {"vrn_Wts_TriggerDelete", vrn_Wts_TriggerDelete, kScheduler},
-    {"vrn_Wts_TriggerEnum", vrn_Wts_TriggerEnum, kScheduler},
-};
+#define VRN_FUZZ_ROW(name) {#name, name},
+constexpr Export kExports[] = {VRN_FUZZ_EXPORTS(VRN_FUZZ_ROW)};
+#undef VRN_FUZZ_ROW
 
 // Type codes a server sends, and their usual maxLength; 0 for a declared length.
 struct TypeCode {
@@ -94,21 +54,16 @@ constexpr TypeCode kTypes[] = {
     {31, 0},           {SRVCHAR, 0},       {SRVINT4, 4},      {SRVFLT8, 8},
 };
 
-class Reader {
-public:
-    Reader(const uint8_t* data, size_t size) : data_(data), size_(size) {}
-    uint8_t Byte() { return at_ < size_ ? data_[at_++] : 0; }
+// Reads the input from the front; past its end, zeros.
+struct Reader {
+    const std::string& input;
+    size_t at = 0;
+    uint8_t Byte() { return at < input.size() ? static_cast<uint8_t>(input[at++]) : 0; }
     host::Bytes Take(size_t n) {
-        n = std::min(n, size_ - at_);
-        host::Bytes bytes(data_ + at_, data_ + at_ + n);
-        at_ += n;
-        return bytes;
+        n = std::min(n, input.size() - at);
+        at += n;
+        return host::Bytes(input.begin() + static_cast<ptrdiff_t>(at - n), input.begin() + static_cast<ptrdiff_t>(at));
     }
-
-private:
-    const uint8_t* data_;
-    size_t size_;
-    size_t at_ = 0;
 };
 
 // One parameter: its type, then how its lengths stand to the type's.
@@ -153,20 +108,29 @@ tasks::testing::SchedulerDouble& Scheduler() {
     return scheduler;
 }
 
-int RunOne(const uint8_t* data, size_t size) {
-    if (size > 4096) return -1;
-    Reader in(data, size);
+}  // namespace
+
+int RunOne(const std::string& input) {
+    static const bool ready = [] {
+        static QuietDomain domain;
+        (void)SetServerInfoSource(&domain);
+        (void)SetDebugSink([](const char*) {});
+        return true;
+    }();
+    if (input.size() > 4096 || !ready) return -1;
+    Reader in{input};
     const Export& target = kExports[in.Byte() % std::size(kExports)];
+    const std::string_view name = target.name;
     const uint8_t shape = in.Byte();
-    const int count = shape % 13;
     std::vector<host::Param> params;
-    for (int i = 0; i < count; ++i) params.push_back(NextParam(in));
-    if (target.traits & kMayCreate) {
+    for (int i = shape % 13; i > 0; --i) params.push_back(NextParam(in));
+    if (name == "vrn_GetFolderPath") {  // its integer may ask to create a folder: that bit goes
         for (host::Param& param : params) {
             if (param.value.size() > 1) param.value[1] &= 0x7F;
         }
     }
-    if (target.traits & kScheduler) {
+    const bool scheduler = name.starts_with("vrn_Wts_");
+    if (scheduler) {  // the in-memory scheduler, with one task of a company
         Scheduler().tasks.clear();
         Scheduler().log.clear();
         tasks::testing::StoredTask& task = Scheduler().Add(u"{6F9619FF-8B86-D011-B42D-00C04FC964FF}-1");
@@ -177,24 +141,14 @@ int RunOne(const uint8_t* data, size_t size) {
     host::CallOptions options;
     options.failParamInfo = shape >= 0xF0;
     const host::CallResult result = host::Invoke(target.procedure, std::move(params), options);
-    if ((target.traits & kScheduler) && !Scheduler().Balance().empty()) {
-        Broken(std::string(target.name) + " keeps what the scheduler handed out: " + Scheduler().Balance(), data, size);
+    if (scheduler && !Scheduler().Balance().empty()) {
+        Broken(std::string(name) + " keeps what the scheduler handed out: " + Scheduler().Balance());
     }
-    if ((target.traits & kTakesLock) && result.returnCode == 1) {
-        if (Call(vrn_PercStrSymb_ReleaseMutex, {}).returnCode == 0) Broken("the lock taken can't be given back", data, size);
+    // GetMutex returns 1 when it took the lock, which must be given back.
+    if (name == "vrn_PercStrSymb_GetMutex" && result.returnCode == 1 && Call(vrn_PercStrSymb_ReleaseMutex, {}).returnCode == 0) {
+        Broken("the lock taken can't be given back");
     }
     return 0;
 }
 
-}  // namespace
 }  // namespace vrn::fuzz
-
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-    vrn::fuzz::StartLibrary();
-    static vrn::fuzz::QuietDomain domain;
-    (void)vrn::SetServerInfoSource(&domain);
-    (void)vrn::SetDebugSink([](const char*) {});
-    return 0;
-}
-
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) { return vrn::fuzz::RunOne(data, size); }

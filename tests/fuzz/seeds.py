@@ -10,30 +10,25 @@ import struct
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 CORPUS = ROOT / "tests/fuzz/corpus"
 
-# The export table of params_fuzz.cpp, in its order.
-EXPORTS = re.findall(r'^\s*\{"(\w+)", \w+, \w+\},', (ROOT / "tests/fuzz/params_fuzz.cpp").read_text(), re.M)
+# The exports in the order of fuzz.h's list, which the params target indexes.
+EXPORTS = re.findall(r"X\((vrn_\w+)\)", (ROOT / "tests/fuzz/fuzz.h").read_text())
 # Indexes into kTypes of params_fuzz.cpp.
-VARCHAR, NVARCHAR, INT, SMALLINT, TINYINT, BIT, FLOAT, REAL, NULLTYPE = 1, 3, 9, 8, 7, 10, 11, 12, 15
+VARCHAR, NVARCHAR, INT, FLOAT, REAL, NULLTYPE = 1, 3, 9, 11, 12, 15
+SMALL = {"smallint": 8, "tinyint": 7, "bit": 10}
 
 
 def arguments(text):
     """Splits an argument list at the commas outside quotes and parentheses."""
     parts, depth, quoted, current = [], 0, False, ""
     for c in text:
-        if c == "'" :
-            quoted = not quoted
-        if not quoted and c == "(":
-            depth += 1
-        if not quoted and c == ")":
-            depth -= 1
+        quoted ^= c == "'"
+        depth += (c == "(") - (c == ")") if not quoted else 0
         if c == "," and not quoted and depth == 0:
             parts.append(current.strip())
             current = ""
         else:
             current += c
-    if current.strip():
-        parts.append(current.strip())
-    return parts
+    return parts + ([current.strip()] if current.strip() else [])
 
 
 def literal(argument):
@@ -42,18 +37,14 @@ def literal(argument):
     if m:
         return m.group(1).replace("''", "'").encode("cp1252")
     m = re.fullmatch(r"CAST\(0x([0-9A-Fa-f]*) AS n?varchar\(\d+\)\)", argument)
-    if m:
-        return bytes.fromhex(m.group(1))
-    return None
+    return bytes.fromhex(m.group(1)) if m else None
 
 
 def declared(script):
     """Variable name -> its type word and length."""
-    types = {}
-    for m in re.finditer(r"@(\w+)\s+(?:AS\s+)?(\w+)(?:\((\d+)\))?", script):
-        if m.group(2).lower() not in ("output", "out"):
-            types[m.group(1).lower()] = (m.group(2).lower(), int(m.group(3) or 1))
-    return types
+    return {m.group(1).lower(): (m.group(2).lower(), int(m.group(3) or 1))
+            for m in re.finditer(r"@(\w+)\s+(?:AS\s+)?(\w+)(?:\((\d+)\))?", script)
+            if m.group(2).lower() not in ("output", "out")}
 
 
 def param_bytes(argument, types):
@@ -63,8 +54,7 @@ def param_bytes(argument, types):
     flags = 2 if output else 0
     value = literal(name)
     if value is not None:
-        kind = NVARCHAR if name.startswith("N'") else VARCHAR
-        return bytes([kind, flags, len(value) & 0xFF]) + value
+        return bytes([NVARCHAR if name.startswith("N'") else VARCHAR, flags, len(value) & 0xFF]) + value
     if re.fullmatch(r"-?\d+", name):
         return bytes([INT, flags]) + struct.pack("<i", int(name))
     if name.upper() == "NULL":
@@ -75,13 +65,7 @@ def param_bytes(argument, types):
         return bytes([VARCHAR, flags, length & 0xFF])
     if word in ("nvarchar", "nchar"):
         return bytes([NVARCHAR, flags, (2 * length) & 0xFF])
-    if word in ("float",):
-        return bytes([FLOAT, flags])
-    if word in ("real",):
-        return bytes([REAL, flags])
-    if word in ("smallint", "tinyint", "bit"):
-        return bytes([{"smallint": SMALLINT, "tinyint": TINYINT, "bit": BIT}[word], flags])
-    return bytes([INT, flags])
+    return bytes([{"float": FLOAT, "real": REAL}.get(word, SMALL.get(word, INT)), flags])
 
 
 def write(target, data):
@@ -100,8 +84,7 @@ def main():
             procedure, args = m.group(1), arguments(m.group(2))
             first = literal(args[0]) if args else None
             if procedure in EXPORTS:
-                encoded = b"".join(param_bytes(a, types) for a in args)
-                write("params", bytes([EXPORTS.index(procedure), len(args)]) + encoded)
+                write("params", bytes([EXPORTS.index(procedure), len(args)]) + b"".join(param_bytes(a, types) for a in args))
             if procedure == "vrn_PercStrSymb_Init" and args and args[0].isdigit():
                 mode, variables = args[0].encode(), []  # Init unsets every variable
             if first is None:

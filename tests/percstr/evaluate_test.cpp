@@ -5,6 +5,7 @@
 #include <charconv>
 #include <cstdlib>
 #include <string>
+#include <vector>
 
 #include "percstr/parser.h"
 #include "percstr/percstr_scanner.h"
@@ -30,7 +31,19 @@ Evaluated Evaluate(const char* text, int32_t mode) {
     return {result, Exact(value)};
 }
 
-TEST(PercStrEvaluate, GrammarBuildsWithoutConflicts) { EXPECT_TRUE(PercStrGrammarProblems().empty()); }
+TEST(LalrBuilder, ReportsConflictsThatNothingSettles) {
+    EXPECT_TRUE(PercStrGrammarProblems().empty());
+    constexpr lalr::TokenName tokens[] = {{"NUM", 300}};
+    const auto problems = [&](std::vector<const char*> productions) {
+        return lalr::BuildParseTables({tokens, {}, std::move(productions)}).problems;
+    };
+    EXPECT_NE(problems({"e: e '+' e", "e: NUM"}).at(0).find("shift/reduce"), std::string::npos);
+    EXPECT_NE(problems({"s: a", "s: b", "a: NUM", "b: NUM"}).at(0).find("reduce/reduce"), std::string::npos);
+    EXPECT_FALSE(problems({"e: e PLUS e"}).empty());
+}
+
+// Every mode word but 0 and 1 acts as mode 2.
+constexpr int32_t kModeWords[] = {0, 1, 2, 7, -1};
 
 TEST(PercStrEvaluate, ValuesInTheThreeModes) {
     struct Case {
@@ -38,109 +51,96 @@ TEST(PercStrEvaluate, ValuesInTheThreeModes) {
         const char* modes[3];
     };
     const Case cases[] = {
-        {"10", {"0.1", "0.9", "1.1"}}, {"10+5", {"0.15000000000000002", "0.855", "1.1550000000000002"}},
-        {"10-5", {"0.05", "0.9450000000000001", "1.045"}}, {"-10", {"-0.1", "1.1", "0.8999999999999999"}},
-        {"10+5-2", {"0.13000000000000003", "0.8721", "1.1319000000000001"}},
+        {"10+5", {"0.15000000000000002", "0.855", "1.1550000000000002"}},
+        {"10-5", {"0.05", "0.9450000000000001", "1.045"}},
+        {"-10", {"-0.1", "1.1", "0.8999999999999999"}},
+        {"-10+5", {"-0.05", "1.045", "0.945"}},
+        {"10-5-2", {"0.030000000000000002", "0.9639000000000001", "1.0241"}},
         {"10-(5+2)", {"0.03", "0.9621", "1.0218999999999998"}},
-        {"-(10+5)", {"-0.15000000000000002", "1.145", "0.8449999999999998"}}, {"--5", {"0.05", "0.95", "1.05"}},
-        {"5--3", {"0.08", "0.9215", "1.0815000000000001"}},
-        {"5+-3", {"0.020000000000000004", "0.9784999999999999", "1.0185"}}, {"(((5)))", {"0.05", "0.95", "1.05"}},
-        {"-0", {"-0", "1", "1"}}, {"100", {"1", "0", "2"}},
-        {"999.999999", {"9.99999999", "-8.99999999", "10.99999999"}}, {"200", {"2", "-1", "3"}},
+        {"-(10+5)", {"-0.15000000000000002", "1.145", "0.8449999999999998"}},
+        {"--5", {"0.05", "0.95", "1.05"}},
+        {"5+-3", {"0.020000000000000004", "0.9784999999999999", "1.0185"}},
+        {"-0", {"-0", "1", "1"}},
+        {"999.999999", {"9.99999999", "-8.99999999", "10.99999999"}},
         {" 10 +\t5\r\n", {"0.15000000000000002", "0.855", "1.1550000000000002"}},
         {"10\xE8+5", {"0.1", "0.9", "1.1"}},  // a byte from 0x80 up ends the input
         {"", {"0", "1", "1"}},
     };
     for (const Case& c : cases) {
-        for (int32_t mode = 0; mode < 3; ++mode) {
+        for (int32_t mode : kModeWords) {
             const Evaluated got = Evaluate(c.text, mode);
             EXPECT_EQ(got.result, kPercStrEvaluated) << c.text << " mode " << mode;
-            EXPECT_EQ(got.value, c.modes[mode]) << c.text << " mode " << mode;
+            EXPECT_EQ(got.value, c.modes[mode == 0 || mode == 1 ? mode : 2]) << c.text << " mode " << mode;
         }
     }
+    for (int32_t mode : kModeWords) EXPECT_EQ(Evaluate(nullptr, mode).value, mode == 0 ? "0" : "1");
 }
 
+// Each refusal gives the starting value, and leaves nothing for the next text.
 TEST(PercStrEvaluate, NotAPercentageStringGivesTheStartingValue) {
-    for (const char* text : {"+5", "1 2", "1,5", "1.", "1234", "1.1234567", "10%", "()", "(", "10+(5", "10+5)",
-                             "5+-", "++5", "10+", "-", "5 x"}) {
-        for (int32_t mode = 0; mode < 3; ++mode) {
+    for (const char* text : {"+5", "1 2", "1,5", "1.", "1234", "10%", "()", "10+(5", "10+5)7", "5+-", "-", "(((("}) {
+        for (int32_t mode : {0, 1, 2}) {
             const Evaluated got = Evaluate(text, mode);
             EXPECT_EQ(got.result, kPercStrNotValid) << text;
             EXPECT_EQ(got.value, mode == 0 ? "0" : "1") << text;
+            EXPECT_EQ(Evaluate("7", 0).value, "0.07") << "after " << text;
         }
     }
 }
 
-TEST(PercStrEvaluate, ModeWords) {
-    struct Case {
-        int32_t mode;
-        const char* value;
-    };
-    for (const Case& c : {Case{0, "0.1"}, Case{1, "0.9"}, Case{2, "1.1"}, Case{7, "1.1"}, Case{-1, "1.1"}}) {
-        EXPECT_EQ(Evaluate("10", c.mode).value, c.value) << c.mode;
-        EXPECT_EQ(Evaluate(nullptr, c.mode).value, c.mode == 0 ? "0" : "1") << c.mode;
-    }
-    EXPECT_EQ(Evaluate(nullptr, 0).result, kPercStrEvaluated);
-}
-
-TEST(PercStrParse, RecordsTheTokenAtTheError) {
+TEST(PercStrEvaluateAt, TellsTheTokenAtTheError) {
     struct Case {
         const char* text;
-        int32_t position;
-        int32_t length;
+        int32_t position, length;
     };
-    for (const Case& c : {Case{"10+", 2, 1}, Case{"10+  ", 4, 1}, Case{"5 x", 2, 1}, Case{"1 234", 2, 3}}) {
-        PercStrContext context{0, 0.0, 0, 0, 0};
-        ScanBuffer* buffer = PercStrScanner.yy_scan_text(c.text);
-        ASSERT_NE(buffer, nullptr);
-        EXPECT_EQ(PercStrParse(&context), kParseSyntaxError) << c.text;
-        PercStrScanner.yy_release_buffer(buffer);
-        EXPECT_EQ(context.errorCode, -1) << c.text;
-        EXPECT_EQ(context.errorPosition, c.position) << c.text;
-        EXPECT_EQ(context.errorLength, c.length) << c.text;
+    for (const Case& c : {Case{"10+", 2, 1}, Case{"10+  ", 4, 1}, Case{"1 234", 2, 3}, Case{"10", 0, 0}}) {
+        double value = 0;
+        int32_t position = -1, length = -1;
+        (void)PercStrEvaluateAt(c.text, &value, 0, &position, &length);
+        EXPECT_EQ(position, c.position) << c.text;
+        EXPECT_EQ(length, c.length) << c.text;
     }
 }
 
-TEST(PercStrEvaluate, NextTextAfterASyntaxErrorStartsCleanly) {
-    EXPECT_EQ(Evaluate("10+5)7", 0).result, kPercStrNotValid);
-    EXPECT_EQ(Evaluate("7", 0).value, "0.07");
-    EXPECT_EQ(Evaluate("(((", 1).result, kPercStrNotValid);
-    EXPECT_EQ(Evaluate("10-5", 1).value, "0.9450000000000001");
-}
+int blocksLeft = 0;
+void* FailingAllocate(size_t bytes) { return blocksLeft-- > 0 ? std::malloc(bytes) : nullptr; }
 
-std::string Nested(int depth, const char* inner) {
-    return std::string(static_cast<size_t>(depth), '(') + inner + std::string(static_cast<size_t>(depth), ')');
-}
-
-void* NoMemory(size_t) { return nullptr; }
-
-TEST(PercStrEvaluate, NoMemory) {
-    PercStrScanner.SetAllocator(NoMemory, std::free);
+TEST(PercStrEvaluate, NoScanBuffer) {
+    PercStrScanner.SetAllocator(FailingAllocate, std::free);
+    blocksLeft = 0;
     testing::internal::CaptureStderr();
-    const Evaluated noBuffer = Evaluate("10", 1);
+    const Evaluated got = Evaluate("10", 1);
     (void)testing::internal::GetCapturedStderr();
     PercStrScanner.SetAllocator(nullptr, nullptr);
-    EXPECT_EQ(noBuffer.result, kPercStrNoBuffer);
-    EXPECT_EQ(noBuffer.value, "1");
-
-    ParserMemory::allocate = NoMemory;
-    const Evaluated noStack = Evaluate(Nested(250, "5").c_str(), 0);
-    ParserMemory::allocate = std::malloc;
-    EXPECT_EQ(noStack.result, kPercStrNotValid);
-    EXPECT_EQ(noStack.value, "0");
+    EXPECT_EQ(got.result, kPercStrNoBuffer);
+    EXPECT_EQ(got.value, "1");
 }
 
-double PercStrEvaluateCheck(const char* text) {
-    double value = 0;
-    EXPECT_EQ(PercStrEvaluate(text, &value, 0), kPercStrEvaluated);
-    return value;
+// Stack entries: state 0, one per '(', the number and the first ')'. Index
+// 199 is the first past the frame, and 9999 the one never written.
+TEST(PercStrParse, StacksGrowInOneBlockToTenThousandEntries) {
+    const struct {
+        int depth, blocks;
+        int32_t result;
+    } cases[] = {{196, 0, kPercStrEvaluated}, {197, 0, kPercStrNotValid}, {1000, 2, kPercStrNotValid},
+                 {9996, 6, kPercStrEvaluated}, {9997, 100, kPercStrNotValid}};
+    for (const auto& c : cases) {
+        const std::string text = std::string(c.depth, '(') + "1" + std::string(c.depth, ')');
+        blocksLeft = c.blocks;
+        ParserMemory::allocate = FailingAllocate;
+        const Evaluated got = Evaluate(text.c_str(), 0);
+        ParserMemory::allocate = std::malloc;
+        EXPECT_EQ(got.result, c.result) << c.depth;
+        EXPECT_EQ(got.value, c.result == kPercStrEvaluated ? "0.01" : "0") << c.depth;
+    }
 }
 
 // The fuzz target checks it against PercStrEvaluate of the normal form.
 TEST(PercStrNormalizeEvaluate, NormalisesIntoTwentyBytesFirst) {
-    double value = 0;
+    double value = 0, expected = 0;
     EXPECT_EQ(PercStrNormalizeEvaluate("1234+222+333+444+555+666", &value, 0), kPercStrEvaluated);
-    EXPECT_EQ(Exact(value), Exact(PercStrEvaluateCheck("123+222+333+444+555")));
+    EXPECT_EQ(PercStrEvaluate("123+222+333+444+555", &expected, 0), kPercStrEvaluated);
+    EXPECT_EQ(Exact(value), Exact(expected));
 }
 
 }  // namespace
