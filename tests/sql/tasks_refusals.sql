@@ -25,11 +25,6 @@ EXEC vrn_Wts_TaskInfo N'missing'
 -- Triggers: a wrong count the message alone; any other refusal the done, then the message.
 EXEC vrn_Wts_TriggerCreate @t, @v OUTPUT, 1, 0
 EXEC vrn_Wts_TriggerCreate @t, @v, 1, 0, 1
-EXEC vrn_Wts_TriggerCreate @t, @v OUTPUT, 24, 0, 1
-EXEC vrn_Wts_TriggerCreate @t, @v OUTPUT, 0, 60, 1
-EXEC vrn_Wts_TriggerCreate @t, @v OUTPUT, 0, 0, 129
-EXEC vrn_Wts_TriggerCreate @t, @v OUTPUT, -1, 0, 1
-EXEC vrn_Wts_TriggerCreate @t, @v OUTPUT, 0, 0, -1
 EXEC vrn_Wts_TriggerUpdate @t, -1, 1, 0, 1
 EXEC vrn_Wts_TriggerDelete @t, NULL
 -- Triggers failing in the scheduler: the done; the message too for 0x80070057.

@@ -107,31 +107,6 @@ TEST_F(JobStore, TriggersOfEveryTypeAndDataReadBackExactlyAndNoPasswordIsKept) {
     EXPECT_EQ(bytes.find("secret"), std::string::npos);
 }
 
-TEST_F(JobStore, RefusesATriggerTheSystemWouldNotTake) {
-    std::unique_ptr<Task> task = MakeTask(u"t");
-    uint16_t index = 0;
-    std::unique_ptr<Trigger> trigger;
-    TASK_TRIGGER good{};
-    ASSERT_EQ(task->CreateTrigger(&index, &trigger), kOk);
-    ASSERT_EQ(trigger->GetTrigger(&good), kOk);
-    const struct {
-        const char* why;
-        void (*spoil)(TASK_TRIGGER&);
-    } bad[] = {
-        {"size", [](TASK_TRIGGER& r) { r.cbTriggerSize = 44; }},
-        {"hour", [](TASK_TRIGGER& r) { r.wStartHour = 24; }},
-        {"begin", [](TASK_TRIGGER& r) { r.wBeginDay = 31, r.wBeginMonth = 4; }},
-        {"end before begin", [](TASK_TRIGGER& r) { r.rgFlags = kTriggerFlagHasEndDate, r.wEndYear = 2000, r.wEndMonth = 1, r.wEndDay = 1; }},
-        {"interval over duration", [](TASK_TRIGGER& r) { r.MinutesInterval = 10, r.MinutesDuration = 10; }},
-    };
-    for (const auto& b : bad) {
-        TASK_TRIGGER spoilt = good;
-        b.spoil(spoilt);
-        EXPECT_EQ(trigger->SetTrigger(spoilt), kInvalidArgument) << b.why;
-    }
-    EXPECT_EQ(trigger->SetTrigger(good), kOk);
-}
-
 TEST_F(JobStore, EnumListsIntactTasksInOrderAndPassesOverDamagedFiles) {
     for (const char16_t* name : {u"b", u"a.JOB", u"c", u"d", u"e", u"Z"}) MakeTask(name);
     // Cut short, noise, an empty file, a flipped bit, and files that aren't tasks at all.
