@@ -134,8 +134,8 @@ int RunOne(const std::string& input) {
         Scheduler().tasks.clear();
         Scheduler().log.clear();
         tasks::testing::StoredTask& task = Scheduler().Add(u"{6F9619FF-8B86-D011-B42D-00C04FC964FF}-1");
-        task.applicationName = u"app.exe";
-        task.parameters = u"/Task=1 /Ditta=6F9619FF-8B86-D011-B42D-00C04FC964FF";
+        task.texts["ApplicationName"] = u"app.exe";
+        task.texts["Parameters"] = u"/Task=1 /Ditta=6F9619FF-8B86-D011-B42D-00C04FC964FF";
         task.triggers.resize(2);
     }
     host::CallOptions options;

@@ -11,17 +11,7 @@ namespace vrn::tasks::testing {
 
 namespace {
 
-char16_t Fold(char16_t c) { return c >= u'A' && c <= u'Z' ? static_cast<char16_t>(c - u'A' + u'a') : c; }
-
-// As the store names its files: ".job" added unless the name ends so, in any case.
-std::u16string FileName(const std::u16string& name) {
-    constexpr std::u16string_view kSuffix = u".job";
-    bool hasSuffix = name.size() >= kSuffix.size();
-    for (size_t i = 0; hasSuffix && i < kSuffix.size(); ++i) {
-        hasSuffix = Fold(name[name.size() - kSuffix.size() + i]) == kSuffix[i];
-    }
-    return hasSuffix ? name : name + u".job";
-}
+std::u16string FileName(const std::u16string& name) { return name.ends_with(u".job") ? name : name + u".job"; }
 
 std::string Hex(int32_t value) {
     char text[16];
@@ -30,232 +20,157 @@ std::string Hex(int32_t value) {
 }
 
 // Counts itself among the double's objects while it lives.
-class Counted {
+class Live {
 public:
-    explicit Counted(SchedulerDouble& d) : double_(d) { ++double_.objects; }
-    virtual ~Counted() { --double_.objects; }
-    Counted(const Counted&) = delete;
-    Counted& operator=(const Counted&) = delete;
+    explicit Live(SchedulerDouble& d) : d_(d) { ++d_.live; }
+    virtual ~Live() { --d_.live; }
+    Live(const Live&) = delete;
+    Live& operator=(const Live&) = delete;
 
 protected:
-    SchedulerDouble& double_;
+    SchedulerDouble& d_;
 };
 
-class DoubleTask;
-
-class DoubleTrigger final : public Trigger, Counted {
+class DoubleTrigger final : public Trigger, Live {
 public:
-    DoubleTrigger(SchedulerDouble& d, DoubleTask& task, uint16_t index) : Counted(d), task_(task), index_(index) {}
-    int32_t SetTrigger(const TASK_TRIGGER& trigger) override;
-    int32_t GetTrigger(TASK_TRIGGER* trigger) override;
+    DoubleTrigger(SchedulerDouble& d, TASK_TRIGGER& stored) : Live(d), stored_(stored) {}
+    // Logged whole, as the procedures write every field.
+    int32_t SetTrigger(const TASK_TRIGGER& t) override {
+        char line[128];
+        std::snprintf(line, sizeof line, "SetTrigger %u-%u-%u to %u-%u-%u at %u:%02u type %d every %u days %u flags %u",
+                      t.wBeginYear, t.wBeginMonth, t.wBeginDay, t.wEndYear, t.wEndMonth, t.wEndDay, t.wStartHour,
+                      t.wStartMinute, t.TriggerType, t.Type.Weekly.WeeksInterval, t.Type.Weekly.rgfDaysOfTheWeek,
+                      t.rgFlags);
+        return d_.Gate(line, [&] { return stored_ = t, kOk; });
+    }
+    int32_t GetTrigger(TASK_TRIGGER* t) override { return d_.Gate("Trigger.GetTrigger", [&] { return *t = stored_, kOk; }); }
 
 private:
-    DoubleTask& task_;
-    uint16_t index_;
+    TASK_TRIGGER& stored_;
 };
 
-class DoublePersist final : public PersistFile, Counted {
-public:
-    DoublePersist(SchedulerDouble& d, DoubleTask& task) : Counted(d), task_(task) {}
-    int32_t Save(const char16_t* fileName, bool remember) override;
-
-private:
-    DoubleTask& task_;
-};
-
-// A task in memory: a copy of the stored one, written back by Save. Run and
-// Terminate act on the store at once.
-class DoubleTask final : public Task, Counted {
+// A task in memory: a copy of the stored one, written back by Save.
+class DoubleTask final : public Task, Live {
 public:
     DoubleTask(SchedulerDouble& d, std::u16string name, StoredTask state)
-        : Counted(d), name_(std::move(name)), state_(std::move(state)) {}
+        : Live(d), name_(std::move(name)), state_(std::move(state)) {}
 
-    StoredTask& state() { return state_; }
-    const std::u16string& name() const { return name_; }
-
-    int32_t SetApplicationName(const char16_t* t) override { return SetText("SetApplicationName", t, &state_.applicationName); }
-    int32_t SetCreator(const char16_t* t) override { return SetText("SetCreator", t, &state_.creator); }
-    int32_t SetComment(const char16_t* t) override { return SetText("SetComment", t, &state_.comment); }
-    int32_t SetWorkingDirectory(const char16_t* t) override {
-        return SetText("SetWorkingDirectory", t, &state_.workingDirectory);
-    }
-    int32_t SetParameters(const char16_t* t) override { return SetText("SetParameters", t, &state_.parameters); }
+    int32_t SetApplicationName(const char16_t* t) override { return SetText("ApplicationName", t); }
+    int32_t SetCreator(const char16_t* t) override { return SetText("Creator", t); }
+    int32_t SetComment(const char16_t* t) override { return SetText("Comment", t); }
+    int32_t SetWorkingDirectory(const char16_t* t) override { return SetText("WorkingDirectory", t); }
+    int32_t SetParameters(const char16_t* t) override { return SetText("Parameters", t); }
     int32_t SetAccountInformation(const char16_t* account, const char16_t* password) override {
-        if (int32_t r = double_.Enter("SetAccountInformation", Utf8(account) + "," + Utf8(password))) return r;
-        state_.account = account;
-        state_.password = password ? std::optional<std::u16string>(password) : std::nullopt;
-        return kOk;
+        return SetText("AccountInformation", account, "," + Utf8(password));
     }
-    int32_t SetWorkItemData(uint16_t count, const uint8_t* data) override {
-        if (int32_t r = double_.Enter("SetWorkItemData", std::to_string(count))) return r;
-        state_.data.assign(data, data + count);
-        return kOk;
+    int32_t SetWorkItemData(uint16_t n, const uint8_t* data) override {
+        return d_.Gate("SetWorkItemData " + std::to_string(n), [&] { return state_.data.assign(data, data + n), kOk; });
     }
-    int32_t SetMaxRunTime(uint32_t ms) override {
-        if (int32_t r = double_.Enter("SetMaxRunTime", std::to_string(ms))) return r;
-        state_.maxRunTime = ms;
-        return kOk;
-    }
-    int32_t SetFlags(uint32_t flags) override {
-        if (int32_t r = double_.Enter("SetFlags", std::to_string(flags))) return r;
-        state_.flags = flags;
-        return kOk;
-    }
-    int32_t GetFlags(uint32_t* flags) override { return Get("GetFlags", flags, state_.flags); }
+    int32_t SetMaxRunTime(uint32_t ms) override { return SetNumber("MaxRunTime", ms); }
+    int32_t SetFlags(uint32_t flags) override { return SetNumber("Flags", flags); }
+    int32_t GetFlags(uint32_t* flags) override { return GetNumber("Flags", flags); }
+    int32_t Run() override { return d_.Gate("Run"); }
+    int32_t Terminate() override { return d_.Gate("Terminate"); }
+    int32_t GetStatus(int32_t* status) override { return GetNumber("Status", reinterpret_cast<uint32_t*>(status)); }
 
-    int32_t Run() override {
-        if (int32_t r = double_.Enter("Run")) return r;
-        if (StoredTask* stored = Stored()) stored->status = kTaskRunning;
-        return kOk;
+    int32_t GetAccountInformation(char16_t** t) override {
+        if (state_.texts.count("AccountInformation") > 0) return GetText("AccountInformation", t);
+        return d_.Gate("GetAccountInformation", [] { return kAccountInformationNotSet; });
     }
-    int32_t Terminate() override {
-        if (int32_t r = double_.Enter("Terminate")) return r;
-        StoredTask* stored = Stored();
-        if (stored == nullptr || stored->status != kTaskRunning) return kTaskNotRunning;
-        stored->status = kTaskReady;
-        return kOk;
+    int32_t GetComment(char16_t** t) override { return GetText("Comment", t); }
+    int32_t GetCreator(char16_t** t) override { return GetText("Creator", t); }
+    int32_t GetApplicationName(char16_t** t) override { return GetText("ApplicationName", t); }
+    int32_t GetParameters(char16_t** t) override { return GetText("Parameters", t); }
+    int32_t GetWorkingDirectory(char16_t** t) override { return GetText("WorkingDirectory", t); }
+    int32_t GetWorkItemData(uint16_t* n, uint8_t** data) override {
+        return d_.Gate("GetWorkItemData", [&] {
+            *n = static_cast<uint16_t>(state_.data.size());
+            *data = *n == 0 ? nullptr : static_cast<uint8_t*>(std::memcpy(d_.Allocate(*n), state_.data.data(), *n));
+            return kOk;
+        });
     }
-    int32_t GetStatus(int32_t* status) override { return Get("GetStatus", status, state_.status); }
-
-    int32_t GetAccountInformation(char16_t** text) override {
-        if (int32_t r = double_.Enter("GetAccountInformation")) return r;
-        if (!state_.account) return kAccountInformationNotSet;
-        *text = double_.CopyText(*state_.account);
-        return kOk;
-    }
-    int32_t GetComment(char16_t** t) override { return GetText("GetComment", t, state_.comment); }
-    int32_t GetCreator(char16_t** t) override { return GetText("GetCreator", t, state_.creator); }
-    int32_t GetApplicationName(char16_t** t) override { return GetText("GetApplicationName", t, state_.applicationName); }
-    int32_t GetParameters(char16_t** t) override { return GetText("GetParameters", t, state_.parameters); }
-    int32_t GetWorkingDirectory(char16_t** t) override {
-        return GetText("GetWorkingDirectory", t, state_.workingDirectory);
-    }
-    int32_t GetWorkItemData(uint16_t* count, uint8_t** data) override {
-        if (int32_t r = double_.Enter("GetWorkItemData")) return r;
-        *count = static_cast<uint16_t>(state_.data.size());
-        *data = nullptr;
-        if (!state_.data.empty()) {
-            *data = static_cast<uint8_t*>(double_.Allocate(state_.data.size()));
-            std::memcpy(*data, state_.data.data(), state_.data.size());
-        }
-        return kOk;
-    }
-    int32_t GetExitCode(uint32_t* code) override { return Get("GetExitCode", code, state_.exitCode); }
-    int32_t GetMaxRunTime(uint32_t* ms) override { return Get("GetMaxRunTime", ms, state_.maxRunTime); }
-    int32_t GetPriority(uint32_t* priority) override { return Get("GetPriority", priority, state_.priority); }
-    int32_t GetMostRecentRunTime(SystemTime* time) override { return Get("GetMostRecentRunTime", time, state_.lastRun); }
-    int32_t GetNextRunTime(SystemTime* time) override { return Get("GetNextRunTime", time, state_.nextRun); }
+    int32_t GetExitCode(uint32_t* code) override { return GetNumber("ExitCode", code); }
+    int32_t GetMaxRunTime(uint32_t* ms) override { return GetNumber("MaxRunTime", ms); }
+    int32_t GetPriority(uint32_t* priority) override { return GetNumber("Priority", priority); }
+    int32_t GetMostRecentRunTime(SystemTime* t) override { return *t = {}, d_.Gate("GetMostRecentRunTime"); }
+    int32_t GetNextRunTime(SystemTime* t) override { return *t = {}, d_.Gate("GetNextRunTime"); }
     int32_t GetIdleWait(uint16_t* idle, uint16_t* deadline) override {
-        if (int32_t r = double_.Enter("GetIdleWait")) return r;
-        *idle = state_.idleMinutes;
-        *deadline = state_.deadlineMinutes;
-        return kOk;
+        return d_.Gate("GetIdleWait", [&] { return *idle = kDefaultIdleMinutes, *deadline = kDefaultDeadlineMinutes, kOk; });
     }
 
-    int32_t GetTriggerCount(uint16_t* count) override {
-        return Get("GetTriggerCount", count, static_cast<uint16_t>(state_.triggers.size()));
+    int32_t GetTriggerCount(uint16_t* n) override {
+        return d_.Gate("GetTriggerCount", [&] { return *n = static_cast<uint16_t>(state_.triggers.size()), kOk; });
     }
     int32_t CreateTrigger(uint16_t* index, std::unique_ptr<Trigger>* trigger) override {
-        if (int32_t r = double_.Enter("CreateTrigger")) return r;
-        *index = static_cast<uint16_t>(state_.triggers.size());
-        state_.triggers.emplace_back();
-        state_.triggers.back().cbTriggerSize = sizeof(TASK_TRIGGER);
-        *trigger = std::make_unique<DoubleTrigger>(double_, *this, *index);
-        return kOk;
+        return d_.Gate("CreateTrigger", [&] {
+            *index = static_cast<uint16_t>(state_.triggers.size());
+            *trigger = std::make_unique<DoubleTrigger>(d_, state_.triggers.emplace_back());
+            return kOk;
+        });
     }
     int32_t GetTrigger(uint16_t index, std::unique_ptr<Trigger>* trigger) override {
-        if (int32_t r = double_.Enter("GetTrigger", std::to_string(index))) return r;
-        if (index >= state_.triggers.size()) return kTriggerNotFound;
-        *trigger = std::make_unique<DoubleTrigger>(double_, *this, index);
-        return kOk;
+        return d_.Gate("GetTrigger " + std::to_string(index), [&] {
+            if (index >= state_.triggers.size()) return kTriggerNotFound;
+            return *trigger = std::make_unique<DoubleTrigger>(d_, state_.triggers[index]), kOk;
+        });
     }
     int32_t DeleteTrigger(uint16_t index) override {
-        if (int32_t r = double_.Enter("DeleteTrigger", std::to_string(index))) return r;
-        if (index >= state_.triggers.size()) return kTriggerNotFound;
-        state_.triggers.erase(state_.triggers.begin() + index);
-        return kOk;
+        return d_.Gate("DeleteTrigger " + std::to_string(index), [&] {
+            if (index >= state_.triggers.size()) return kTriggerNotFound;
+            return state_.triggers.erase(state_.triggers.begin() + index), kOk;
+        });
     }
     int32_t GetTriggerString(uint16_t index, char16_t** text) override {
-        if (int32_t r = double_.Enter("GetTriggerString", std::to_string(index))) return r;
-        if (index >= state_.triggers.size()) return kTriggerNotFound;
-        const TASK_TRIGGER& t = state_.triggers[index];
-        char line[64];
-        std::snprintf(line, sizeof line, "type %d at %02u:%02u", static_cast<int>(t.TriggerType),
-                      unsigned{t.wStartHour}, unsigned{t.wStartMinute});
-        *text = double_.CopyText(std::u16string(line, line + std::strlen(line)));
-        return kOk;
+        return d_.Gate("GetTriggerString " + std::to_string(index), [&] { return *text = d_.Copy(u"a trigger"), kOk; });
     }
-
-    int32_t QueryPersistFile(std::unique_ptr<PersistFile>* persist) override {
-        if (int32_t r = double_.Enter("QueryPersistFile")) return r;
-        *persist = std::make_unique<DoublePersist>(double_, *this);
-        return kOk;
-    }
-
-private:
-    StoredTask* Stored() {
-        auto found = double_.tasks.find(name_);
-        return found == double_.tasks.end() ? nullptr : &found->second;
-    }
-    int32_t SetText(const char* operation, const char16_t* text, std::u16string* into) {
-        if (int32_t r = double_.Enter(operation, Utf8(text))) return r;
-        *into = text;
-        return kOk;
-    }
-    int32_t GetText(const char* operation, char16_t** text, const std::u16string& from) {
-        if (int32_t r = double_.Enter(operation)) return r;
-        *text = double_.CopyText(from);
-        return kOk;
-    }
-    template <class T>
-    int32_t Get(const char* operation, T* into, const T& from) {
-        if (int32_t r = double_.Enter(operation)) return r;
-        *into = from;
-        return kOk;
-    }
+    int32_t QueryPersistFile(std::unique_ptr<PersistFile>* persist) override;
 
     std::u16string name_;
     StoredTask state_;
+
+private:
+    int32_t SetText(const std::string& key, const char16_t* text, const std::string& more = "") {
+        return d_.Gate("Set" + key + " " + Utf8(text) + more, [&] { return state_.texts[key] = text, kOk; });
+    }
+    int32_t GetText(const std::string& key, char16_t** text) {
+        return d_.Gate("Get" + key, [&] { return *text = d_.Copy(state_.texts[key]), kOk; });
+    }
+    int32_t SetNumber(const std::string& key, uint32_t value) {
+        return d_.Gate("Set" + key + " " + std::to_string(value), [&] { return state_.numbers[key] = value, kOk; });
+    }
+    int32_t GetNumber(const std::string& key, uint32_t* value) {
+        return d_.Gate("Get" + key, [&] { return *value = state_.numbers[key], kOk; });
+    }
 };
 
-int32_t DoubleTrigger::SetTrigger(const TASK_TRIGGER& trigger) {
-    if (int32_t r = double_.Enter("SetTrigger", std::to_string(trigger.wStartHour) + ":" +
-                                                    std::to_string(trigger.wStartMinute) + " days " +
-                                                    std::to_string(trigger.Type.Weekly.rgfDaysOfTheWeek))) {
-        return r;
-    }
-    task_.state().triggers.at(index_) = trigger;
-    return kOk;
-}
-
-int32_t DoubleTrigger::GetTrigger(TASK_TRIGGER* trigger) {
-    if (int32_t r = double_.Enter("Trigger.GetTrigger")) return r;
-    *trigger = task_.state().triggers.at(index_);
-    return kOk;
-}
-
-int32_t DoublePersist::Save(const char16_t* fileName, bool remember) {
-    if (int32_t r = double_.Enter("Save", std::string(fileName ? "name" : "null") + (remember ? ",true" : ",false"))) {
-        return r;
-    }
-    double_.tasks[task_.name()] = task_.state();
-    return kOk;
-}
-
-class DoubleEnumerator final : public WorkItemEnumerator, Counted {
+class DoublePersist final : public PersistFile, Live {
 public:
-    DoubleEnumerator(SchedulerDouble& d, std::vector<std::u16string> names) : Counted(d), names_(std::move(names)) {}
+    DoublePersist(SchedulerDouble& d, DoubleTask& task) : Live(d), task_(task) {}
+    int32_t Save(const char16_t* file, bool remember) override {
+        const std::string call = std::string("Save ") + (file ? "name" : "null") + (remember ? ",true" : ",false");
+        return d_.Gate(call, [&] { return d_.tasks[task_.name_] = task_.state_, kOk; });
+    }
+
+private:
+    DoubleTask& task_;
+};
+
+int32_t DoubleTask::QueryPersistFile(std::unique_ptr<PersistFile>* persist) {
+    return d_.Gate("QueryPersistFile", [&] { return *persist = std::make_unique<DoublePersist>(d_, *this), kOk; });
+}
+
+class DoubleEnumerator final : public WorkItemEnumerator, Live {
+public:
+    explicit DoubleEnumerator(SchedulerDouble& d) : Live(d) {
+        for (const auto& entry : d.tasks) names_.push_back(entry.first);
+    }
     int32_t Next(uint32_t count, char16_t*** names, uint32_t* fetched) override {
-        if (int32_t r = double_.Enter("Next", std::to_string(count))) return r;
-        const size_t n = std::min<size_t>(count, names_.size() - position_);
-        *fetched = static_cast<uint32_t>(n);
-        *names = nullptr;
-        if (n > 0) {
-            *names = static_cast<char16_t**>(double_.Allocate(n * sizeof(char16_t*)));
-            for (size_t i = 0; i < n; ++i) (*names)[i] = double_.CopyText(names_[position_ + i]);
-        }
-        position_ += n;
-        return n == count ? kOk : kFalse;
+        return d_.Gate("Next " + std::to_string(count), [&] {
+            *fetched = static_cast<uint32_t>(std::min<size_t>(count, names_.size() - position_));
+            *names = *fetched == 0 ? nullptr : static_cast<char16_t**>(d_.Allocate(*fetched * sizeof(char16_t*)));
+            for (uint32_t i = 0; i < *fetched; ++i) (*names)[i] = d_.Copy(names_[position_++]);
+            return *fetched == count ? kOk : kFalse;
+        });
     }
 
 private:
@@ -263,46 +178,38 @@ private:
     size_t position_ = 0;
 };
 
-class DoubleScheduler final : public Scheduler, Counted {
+class DoubleScheduler final : public Scheduler, Live {
 public:
-    explicit DoubleScheduler(SchedulerDouble& d) : Counted(d) {}
-    int32_t Enum(std::unique_ptr<WorkItemEnumerator>* enumerator) override {
-        if (int32_t r = double_.Enter("Enum")) return r;
-        std::vector<std::u16string> names;
-        for (const auto& entry : double_.tasks) names.push_back(entry.first);
-        *enumerator = std::make_unique<DoubleEnumerator>(double_, std::move(names));
-        return kOk;
+    explicit DoubleScheduler(SchedulerDouble& d) : Live(d) {}
+    int32_t Enum(std::unique_ptr<WorkItemEnumerator>* items) override {
+        return d_.Gate("Enum", [&] { return *items = std::make_unique<DoubleEnumerator>(d_), kOk; });
     }
     int32_t Activate(const char16_t* name, std::unique_ptr<Task>* task) override {
-        if (int32_t r = double_.Enter("Activate", Utf8(name))) return r;
-        if (name == nullptr) return kInvalidArgument;
-        const StoredTask* stored = double_.Find(name);
-        if (stored == nullptr) return kFileNotFound;
-        *task = std::make_unique<DoubleTask>(double_, FileName(name), *stored);
-        return kOk;
+        return d_.Gate("Activate " + Utf8(name), [&] {
+            const StoredTask* stored = name != nullptr ? d_.Find(name) : nullptr;
+            if (stored == nullptr) return name != nullptr ? kFileNotFound : kInvalidArgument;
+            return *task = std::make_unique<DoubleTask>(d_, FileName(name), *stored), kOk;
+        });
     }
     int32_t Delete(const char16_t* name) override {
-        if (int32_t r = double_.Enter("Delete", Utf8(name))) return r;
-        if (name == nullptr) return kInvalidArgument;
-        return double_.tasks.erase(FileName(name)) > 0 ? kOk : kFileNotFound;
+        return d_.Gate("Delete " + Utf8(name), [&] {
+            if (name == nullptr) return kInvalidArgument;
+            return d_.tasks.erase(FileName(name)) > 0 ? kOk : kFileNotFound;
+        });
     }
+    // A new task has no account, as the system's has none.
     int32_t NewWorkItem(const char16_t* name, std::unique_ptr<Task>* task) override {
-        if (int32_t r = double_.Enter("NewWorkItem", Utf8(name))) return r;
-        if (name == nullptr) return kInvalidArgument;
-        if (double_.Find(name) != nullptr) return kFileExists;
-        *task = std::make_unique<DoubleTask>(double_, FileName(name), StoredTask{});
-        return kOk;
+        return d_.Gate("NewWorkItem " + Utf8(name), [&] {
+            if (name == nullptr) return kInvalidArgument;
+            if (d_.Find(name) != nullptr) return kFileExists;
+            StoredTask fresh;
+            fresh.texts.clear();
+            return *task = std::make_unique<DoubleTask>(d_, FileName(name), fresh), kOk;
+        });
     }
 };
 
 }  // namespace
-
-bool NameLess::operator()(const std::u16string& a, const std::u16string& b) const {
-    for (size_t i = 0; i < a.size() && i < b.size(); ++i) {
-        if (Fold(a[i]) != Fold(b[i])) return Fold(a[i]) < Fold(b[i]);
-    }
-    return a.size() < b.size();
-}
 
 std::string Utf8(const char16_t* text) {
     if (text == nullptr) return "(null)";
@@ -312,90 +219,60 @@ std::string Utf8(const char16_t* text) {
 }
 
 SchedulerDouble::SchedulerDouble() : replaced_(SetSchedulerSource(this)) {}
-
-SchedulerDouble::~SchedulerDouble() {
-    SetSchedulerSource(replaced_);
-    for (void* block : memory_) std::free(block);
-}
+SchedulerDouble::~SchedulerDouble() { SetSchedulerSource(replaced_); }
 
 StoredTask& SchedulerDouble::Add(const std::u16string& name) { return tasks[FileName(name)]; }
 
-const StoredTask* SchedulerDouble::Find(const std::u16string& name) const {
+StoredTask* SchedulerDouble::Find(const std::u16string& name) {
     auto found = tasks.find(FileName(name));
     return found == tasks.end() ? nullptr : &found->second;
 }
 
-void SchedulerDouble::FailAt(const std::string& operation, int nth, int32_t result) {
-    faults_.push_back({operation, nth, result, false});
-}
-
-void SchedulerDouble::ThrowAt(const std::string& operation, int nth) { faults_.push_back({operation, nth, 0, true}); }
-
-std::vector<std::string> SchedulerDouble::Calls(const std::set<std::string>& operations) const {
-    std::vector<std::string> out;
-    for (const std::string& entry : log) {
-        if (operations.count(entry.substr(0, entry.find(' '))) > 0) out.push_back(entry);
-    }
-    return out;
-}
-
 std::string SchedulerDouble::Balance() const {
-    std::string out;
-    if (!memory_.empty()) out += std::to_string(memory_.size()) + " blocks kept; ";
-    if (objects != 0) out += std::to_string(objects) + " objects kept; ";
-    if (owedUninitialize_ != 0) out += std::to_string(owedUninitialize_) + " Uninitialize owed; ";
-    if (strayFrees_ != 0) out += std::to_string(strayFrees_) + " stray frees; ";
+    std::string out = misorder_;
+    if (blocks_ != 0) out += std::to_string(blocks_) + " blocks kept; ";
+    if (live != 0) out += std::to_string(live) + " objects kept; ";
+    if (owed_ != 0) out += std::to_string(owed_) + " Uninitialize owed; ";
     return out;
 }
 
-int32_t SchedulerDouble::Enter(const std::string& operation, const std::string& argument) {
-    log.push_back(argument.empty() ? operation : operation + " " + argument);
-    const int nth = ++calls_[operation];
-    for (const Fault& f : faults_) {
-        if (f.operation != operation || f.nth != nth) continue;
-        if (f.throws) throw std::bad_alloc();
-        log.back() += " -> " + Hex(f.result);
-        return f.result;
-    }
-    return kOk;
-}
-
-char16_t* SchedulerDouble::CopyText(const std::u16string& text) {
-    auto* copy = static_cast<char16_t*>(Allocate((text.size() + 1) * sizeof(char16_t)));
-    std::memcpy(copy, text.c_str(), (text.size() + 1) * sizeof(char16_t));
-    return copy;
+int32_t SchedulerDouble::Gate(const std::string& call) {
+    log.push_back(call);
+    const std::string operation = call.substr(0, call.find(' '));
+    auto fault = faults_.find({operation, ++calls_[operation]});
+    if (fault == faults_.end()) return kOk;
+    if (fault->second == kThrow) throw std::bad_alloc();
+    log.back() += " -> " + Hex(fault->second);
+    return fault->second;
 }
 
 void* SchedulerDouble::Allocate(size_t bytes) {
     void* block = std::malloc(bytes);
     if (block == nullptr) throw std::bad_alloc();
-    memory_.insert(block);
+    ++blocks_;
     return block;
 }
 
-int32_t SchedulerDouble::Initialize() {
-    if (int32_t r = Enter("Initialize")) return r;
-    ++owedUninitialize_;
-    return initializeAnswer;
+char16_t* SchedulerDouble::Copy(const std::u16string& text) {
+    const size_t bytes = (text.size() + 1) * sizeof(char16_t);
+    return static_cast<char16_t*>(std::memcpy(Allocate(bytes), text.c_str(), bytes));
 }
+
+// A host's thread may have COM up already: kFalse, which still owes its Uninitialize.
+int32_t SchedulerDouble::Initialize() { return Gate("Initialize", [this] { return ++owed_, kFalse; }); }
 
 void SchedulerDouble::Uninitialize() {
     log.push_back("Uninitialize");
-    --owedUninitialize_;
+    if (live != 0) misorder_ = "Uninitialize before every object was released; ";
+    --owed_;
 }
 
 int32_t SchedulerDouble::CreateScheduler(std::unique_ptr<Scheduler>* scheduler) {
-    if (int32_t r = Enter("CreateScheduler")) return r;
-    *scheduler = std::make_unique<DoubleScheduler>(*this);
-    return kOk;
+    return Gate("CreateScheduler", [&] { return *scheduler = std::make_unique<DoubleScheduler>(*this), kOk; });
 }
 
 void SchedulerDouble::FreeMemory(void* block) {
-    if (block == nullptr) return;
-    if (memory_.erase(block) == 0) {
-        ++strayFrees_;
-        return;
-    }
+    if (block != nullptr) --blocks_;
     std::free(block);
 }
 
@@ -404,23 +281,18 @@ std::string Trace(const host::CallResult& r) {
     size_t message = 0, output = 0, done = 0;
     for (size_t i = 0; i < r.order.size(); ++i) {
         switch (r.order[i]) {
-        case host::EventKind::Message: {
-            const std::string& text = r.messages[message++].text;
-            line += text == kInvalidParameterText ? " M" : " M[" + text + "]";
-            break;
-        }
+        case host::EventKind::Message: line += r.messages[message++].text == kInvalidParameterText ? " M" : " M?"; break;
         case host::EventKind::Output: {
-            const host::OutputValue& o = r.outputs[output++];
             int32_t value = 0;
+            const host::OutputValue& o = r.outputs[output++];
             std::memcpy(&value, o.value.data(), std::min<size_t>(o.value.size(), sizeof value));
             line += " O" + std::to_string(o.param) + "=" + std::to_string(value);
             break;
         }
-        case host::EventKind::Done: {
-            const host::Done& d = r.dones[done++];
-            line += d.status == 0 ? " D" : " D" + std::to_string(d.count);
+        case host::EventKind::Done:
+            line += r.dones[done].status == 0 ? " D" : " D" + std::to_string(r.dones[done].count);
+            ++done;
             break;
-        }
         case host::EventKind::Describe: {
             size_t k = 1;
             while (i + 1 < r.order.size() && r.order[i + 1] == host::EventKind::Describe) ++i, ++k;

@@ -1,13 +1,11 @@
-// An in-memory scheduler behind the seam for the task procedures' tests. It
-// logs every call, fails any named operation at its Nth call with a chosen
-// HRESULT (or throws, as a failed allocation would), and counts what it hands
-// out, so a test can see that all was given back.
+// An in-memory scheduler behind the seam for the task procedures' tests. Every
+// call passes one gate, which logs it and can make the nth call of any
+// operation answer a chosen HRESULT (or throw, as a failed allocation would).
+// It counts what it hands out, so a test can see that all was given back.
 #pragma once
 
 #include <cstdint>
 #include <map>
-#include <optional>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -17,79 +15,67 @@
 namespace vrn::tasks::testing {
 
 struct StoredTask {
-    std::u16string applicationName, comment, creator, workingDirectory, parameters;
-    std::optional<std::u16string> account;  // none: GetAccountInformation fails as the scheduler's does
-    std::optional<std::u16string> password;
+    // By the name of their Get and Set: "AccountInformation", "Comment", ...;
+    // without "AccountInformation" GetAccountInformation fails as the system's does.
+    std::map<std::string, std::u16string> texts{{"AccountInformation", u""}};
+    // "ExitCode", "Flags", "MaxRunTime", "Priority", "Status".
+    std::map<std::string, uint32_t> numbers{
+        {"Flags", 0}, {"MaxRunTime", kDefaultMaxRunTime}, {"Priority", kNormalPriorityClass}, {"Status", kTaskHasNotRun}};
     std::vector<uint8_t> data;
-    uint32_t maxRunTime = kDefaultMaxRunTime;
-    uint32_t flags = 0;
-    uint32_t exitCode = 0;
-    uint32_t priority = kNormalPriorityClass;
-    int32_t status = kTaskHasNotRun;
-    SystemTime lastRun{}, nextRun{};
-    uint16_t idleMinutes = kDefaultIdleMinutes, deadlineMinutes = kDefaultDeadlineMinutes;
     std::vector<TASK_TRIGGER> triggers;
 };
 
-// File names compare as the system's do: A to Z fold.
-struct NameLess {
-    bool operator()(const std::u16string& a, const std::u16string& b) const;
-};
+inline constexpr int32_t kThrow = 0x7FFFFFFF;  // as an answer: std::bad_alloc instead
 
 class SchedulerDouble final : public SchedulerSource {
 public:
-    SchedulerDouble();  // becomes the current source
+    SchedulerDouble();            // becomes the current source
     ~SchedulerDouble() override;  // gives the place back
 
-    // Tasks by file name (".job" on the end), in the order Next gives them.
-    std::map<std::u16string, StoredTask, NameLess> tasks;
+    std::map<std::u16string, StoredTask> tasks;  // by file name, in the order Next gives them
     StoredTask& Add(const std::u16string& name);  // ".job" is added when missing
-    [[nodiscard]] const StoredTask* Find(const std::u16string& name) const;
+    [[nodiscard]] StoredTask* Find(const std::u16string& name);
 
-    // The nth call (from 1) of operation answers result; Throw: std::bad_alloc instead.
-    void FailAt(const std::string& operation, int nth, int32_t result);
-    void ThrowAt(const std::string& operation, int nth);
-    int32_t initializeAnswer = kOk;  // what a successful Initialize says (kFalse: already so)
+    void FailAt(const std::string& operation, int nth, int32_t answer) { faults_[{operation, nth}] = answer; }
+    std::vector<std::string> log;  // "Operation argument" of every call
+    // What was not given back, or given back in the wrong order; "" when all is well.
+    [[nodiscard]] std::string Balance() const;
 
-    // Every call: "Operation" or "Operation argument".
-    std::vector<std::string> log;
-    // The calls of one operation, or of the operations named, in their order.
-    [[nodiscard]] std::vector<std::string> Calls(const std::set<std::string>& operations) const;
-    // Nothing handed out is left, and every Initialize met its Uninitialize.
-    [[nodiscard]] std::string Balance() const;  // "" when all is given back
-
-    // Seam.
     int32_t Initialize() override;
     void Uninitialize() override;
     int32_t CreateScheduler(std::unique_ptr<Scheduler>* scheduler) override;
     void FreeMemory(void* block) override;
 
-    // For the objects it hands out.
-    [[nodiscard]] int32_t Enter(const std::string& operation, const std::string& argument = {});
-    char16_t* CopyText(const std::u16string& text);
+    // The gate of every call: the answer set for it, else kOk.
+    [[nodiscard]] int32_t Gate(const std::string& call);
+    // The same, and when that is kOk, what effect answers.
+    template <class Effect>
+    [[nodiscard]] int32_t Gate(const std::string& call, Effect effect) {
+        const int32_t answer = Gate(call);
+        return answer != kOk ? answer : effect();
+    }
     void* Allocate(size_t bytes);
-    int objects = 0;
+    char16_t* Copy(const std::u16string& text);
+    int live = 0;
 
 private:
-    struct Fault {
-        std::string operation;
-        int nth;
-        int32_t result;
-        bool throws;
-    };
     SchedulerSource* replaced_;
-    std::vector<Fault> faults_;
+    std::map<std::pair<std::string, int>, int32_t> faults_;
     std::map<std::string, int> calls_;
-    std::set<void*> memory_;
-    int owedUninitialize_ = 0;
-    int strayFrees_ = 0;
+    int blocks_ = 0, owed_ = 0;
+    std::string misorder_;
 };
 
 std::string Utf8(const char16_t* text);  // ASCII names; "(null)" for null
 
-// One call as a line: the return code, then each delivery in order: M a
-// message, O<n>=value an integer output, C<k> k columns described, R a row,
-// D a final done, D<count> a counted one.
+// The file name of a task of company on an engine without an instance.
+inline std::u16string TaskFile(const std::u16string& company) {
+    return u"{6F9619FF-8B86-D011-B42D-00C04FC964FF}-" + company + u".job";
+}
+
+// One call as a line: the return code, then each delivery in order: M the
+// invalid-parameter message, O<n>=value an integer output, C<k> k columns
+// described, R a row, D a plain done, D<count> a counted one.
 std::string Trace(const host::CallResult& result);
 
 }  // namespace vrn::tasks::testing

@@ -7,6 +7,8 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <memory>
 #include <string>
 
@@ -37,15 +39,16 @@ protected:
         }
     }
 
-    // A stored task of that name with an application and parameters.
+    // A stored task that runs application with parameters in the store's folder.
     std::unique_ptr<Task> MakeTask(const char16_t* name, const char16_t* application = u"/bin/true",
                                    const char16_t* parameters = u"") {
         std::unique_ptr<Task> task;
         EXPECT_EQ(scheduler_->NewWorkItem(name, &task), kOk);
         if (!task) return nullptr;
+        const std::u16string folder(folder_.begin(), folder_.end());
         EXPECT_EQ(task->SetApplicationName(application), kOk);
         EXPECT_EQ(task->SetParameters(parameters), kOk);
-        EXPECT_EQ(task->SetWorkingDirectory(Wide(folder_).c_str()), kOk);
+        EXPECT_EQ(task->SetWorkingDirectory(folder.c_str()), kOk);
         EXPECT_EQ(Save(*task), kOk);
         return task;
     }
@@ -59,13 +62,10 @@ protected:
         EXPECT_EQ(scheduler_->Activate(name, &task), kOk);
         return task;
     }
-    // A text the store handed out, freed.
-    std::u16string Take(char16_t* text) {
-        std::u16string out = text != nullptr ? text : u"(null)";
-        source_.FreeMemory(text);
-        return out;
+    std::string Read(const std::string& file) {
+        std::ifstream in(folder_ + "/" + file, std::ios::binary);
+        return std::string((std::istreambuf_iterator<char>(in)), {});
     }
-    static std::u16string Wide(const std::string& ascii) { return std::u16string(ascii.begin(), ascii.end()); }
 
     SchedulerSource& source_ = SystemScheduler();
     std::unique_ptr<Scheduler> scheduler_;

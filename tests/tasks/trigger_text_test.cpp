@@ -16,6 +16,8 @@ TASK_TRIGGER Make(int32_t type, uint32_t flags = 0) {
     return t;
 }
 
+// The weekly texts the procedures write, and the daily one wine adds, show in
+// the triggers script.
 TEST(TriggerText, ReadsAsTheSystemWritesIt) {
     const auto with = [](TASK_TRIGGER t, auto change) {
         change(t);
@@ -25,27 +27,16 @@ TEST(TriggerText, ReadsAsTheSystemWritesIt) {
         TASK_TRIGGER trigger;
         const char* text;
     } cases[] = {
-        {with(Make(kTriggerWeekly), [](TASK_TRIGGER& t) { t.Type.Weekly = {1, 0x2 | 0x8}; }),
-         "At 10:30 every Mon, Wed of every week, starting 1/1/2007"},
         {with(Make(kTriggerWeekly, kTriggerFlagHasEndDate), [](TASK_TRIGGER& t) { t.Type.Weekly = {2, 0x7F}; }),
          "At 10:30 every Sun, Mon, Tue, Wed, Thu, Fri, Sat of every 2 weeks, starting 1/1/2007, ending 12/31/2008"},
-        {with(Make(kTriggerWeekly), [](TASK_TRIGGER& t) { t.Type.Weekly = {1, 0}; t.wStartHour = 0, t.wStartMinute = 5; }),
-         "At 0:05 on no day of every week, starting 1/1/2007"},
         {Make(kTriggerOnce, kTriggerFlagHasEndDate), "At 10:30 on 1/1/2007"},
-        {with(Make(kTriggerDaily), [](TASK_TRIGGER& t) { t.Type.Daily.DaysInterval = 1; }),
-         "At 10:30 every day, starting 1/1/2007"},
         {with(Make(kTriggerDaily), [](TASK_TRIGGER& t) { t.Type.Daily.DaysInterval = 3; t.MinutesInterval = 1; t.MinutesDuration = 90; }),
          "At 10:30 every 3 days, starting 1/1/2007, repeating every 1 minute for 90 minutes"},
         {with(Make(kTriggerMonthlyDate), [](TASK_TRIGGER& t) { t.Type.MonthlyDate = {1u | 1u << 14 | 1u << 30, 0xFFF}; }),
          "At 10:30 on day 1, 15, 31 of every month, starting 1/1/2007"},
-        {with(Make(kTriggerMonthlyDate), [](TASK_TRIGGER& t) { t.Type.MonthlyDate = {2, 0x1 | 0x800}; }),
-         "At 10:30 on day 2 of Jan, Dec, starting 1/1/2007"},
-        {with(Make(kTriggerMonthlyDow), [](TASK_TRIGGER& t) { t.Type.MonthlyDOW = {5, 0x20, 0xFFF}; }),
-         "At 10:30 on the last Fri of every month, starting 1/1/2007"},
         {with(Make(kTriggerMonthlyDow, kTriggerFlagDisabled), [](TASK_TRIGGER& t) { t.Type.MonthlyDOW = {1, 0x3, 0x40}; }),
          "At 10:30 on the first Sun, Mon of Jul, starting 1/1/2007 (disabled)"},
         {Make(kTriggerOnIdle), "When the computer is idle"},
-        {Make(kTriggerAtSystemStart), "At system startup"},
         {Make(kTriggerAtLogon), "At logon"},
         {Make(9), "Unknown trigger type 9"},
     };
