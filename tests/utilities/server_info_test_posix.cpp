@@ -65,11 +65,6 @@ TEST(DomainFactsTest, RoleAndNamesFromTheSetting) {
     }
 }
 
-TEST(DomainFactsTest, KeytabPlace) {
-    EXPECT_EQ(KeytabPathOf(kKerberos), "");
-    EXPECT_EQ(KeytabPathOf("[libdefaults]\ndefault_keytab_name = FILE:/srv/host.keytab\n"), "/srv/host.keytab");
-}
-
 TEST(DomainControllerTest, RecordOfEachKindOfDomain) {
     const struct {
         const char* what;
