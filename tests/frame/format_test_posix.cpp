@@ -16,13 +16,10 @@ namespace {
 
 // A locale with a decimal comma, made in a private folder when the system has none.
 bool SetCommaLocale(const std::filesystem::path& folder) {
-    for (const char* name : {"it_IT.UTF-8", "de_DE.UTF-8"}) {
-        if (std::setlocale(LC_ALL, name) != nullptr) return true;
-    }
+    if (std::setlocale(LC_ALL, "it_IT.UTF-8") != nullptr) return true;
     std::error_code failed;
-    if (!std::filesystem::create_directories(folder, failed)) return false;
     const std::string command = "localedef -i it_IT -f UTF-8 " + (folder / "it_IT.UTF-8").string() + " >/dev/null 2>&1";
-    if (std::system(command.c_str()) != 0) return false;
+    if (!std::filesystem::create_directories(folder, failed) || std::system(command.c_str()) != 0) return false;
     setenv("LOCPATH", folder.c_str(), 1);
     return std::setlocale(LC_ALL, "it_IT.UTF-8") != nullptr;
 }

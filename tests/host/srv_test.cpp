@@ -37,28 +37,33 @@ TEST(SrvParams, ValuesWithoutTerminatorDeliveriesOnlyToOutputParameters) {
     EXPECT_EQ(r.messages.at(0).text, "abc");
 }
 
-TEST(SrvRows, ValuesAreReadAtSendRowAndBindingsStay) {
+TEST(SrvRows, ValuesAreReadAtSendRowAndOddCallsFail) {
+    std::vector<int> odd;
     const CallResult r = Invoke(
         [&](SRV_PROC* p) {
             char text[8] = "first";
             int16_t small = -2;
+            odd.push_back(srv_sendrow(p));                                                   // no columns
+            odd.push_back(srv_describe(p, 2, nullptr, -1, SRVINT4, 0, SRVINT4, 0, nullptr));  // not the next
             srv_describe(p, 0, const_cast<char*>("Name"), -1, SRVBIGVARCHAR, 20, SRVCHAR, 0, nullptr);
             srv_describe(p, 0, const_cast<char*>("Small"), -1, SRVINT4, 0, SRVINT2, 0, &small);
+            odd.push_back(srv_setcoldata(p, 3, text));  // no such column
             srv_setcoldata(p, 1, text);
             srv_setcollen(p, 1, 5);
             std::memcpy(text, "FIRST", 5);
             srv_sendrow(p);
+            odd.push_back(srv_describe(p, 0, nullptr, -1, SRVINT4, 0, SRVINT4, 0, nullptr));  // after a row
             srv_setcollen(p, 1, 0);  // NULL
             srv_sendrow(p);
             srv_senddone(p, SRV_DONE_MORE | SRV_DONE_COUNT, 0, 2);
-            return srv_sendrow(p);  // the set is closed
+            odd.push_back(srv_sendrow(p));  // the set is closed
+            return 0;
         },
         {});
-    EXPECT_EQ(r.returnCode, 0);
+    EXPECT_EQ(odd, (std::vector<int>{0, 0, 0, 0, 0}));
     ASSERT_EQ(r.resultSets.size(), 1u);
-    const ResultSet& set = r.resultSets[0];
-    EXPECT_EQ(set.rows, (std::vector<Row>{{Bytes{'F', 'I', 'R', 'S', 'T'}, Bytes{0xFE, 0xFF}},
-                                          {std::nullopt, Bytes{0xFE, 0xFF}}}));  // a smallint source takes 2 bytes
+    EXPECT_EQ(r.resultSets[0].rows, (std::vector<Row>{{Bytes{'F', 'I', 'R', 'S', 'T'}, Bytes{0xFE, 0xFF}},
+                                                      {std::nullopt, Bytes{0xFE, 0xFF}}}));  // bindings stay
 }
 
 }  // namespace
