@@ -11,8 +11,7 @@ namespace {
 
 TEST(Lock, ClosedWhileHeldLivesUntilTheOwnerLetsGo) {
     LockHandle handle = CreateLock();
-    std::promise<void> taken;
-    std::promise<void> closed;
+    std::promise<void> taken, closed;
     std::thread owner([&] {
         (void)WaitLock(handle, 0);
         taken.set_value();

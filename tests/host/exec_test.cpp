@@ -199,12 +199,6 @@ TEST_F(ExecTest, SelectShowsEachType) {
               "\n(1 row affected)\n\n");
 }
 
-TEST_F(ExecTest, InstanceNameOption) {
-    EXPECT_NE(Exec("EXEC fx_Instance").out.find("no instance (0 bytes)"), std::string::npos);
-    EXPECT_NE(Exec("EXEC fx_Instance", "--instance SQL2019").out.find("instance SQL2019 (14 bytes)"),
-              std::string::npos);
-}
-
 TEST_F(ExecTest, BatchSyntax) {
     const Outcome run = Exec(
         "/* a block /* nested */ comment */\n"

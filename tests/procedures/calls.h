@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <cstring>
 #include <string>
 
 #include "host/host.h"
@@ -38,14 +37,6 @@ inline std::string Trace(const host::CallResult& r, bool texts = true) {
         }
     }
     return line;
-}
-
-// The float delivered to OUTPUT parameter n, or -1 when none came.
-inline double FloatOf(const host::CallResult& r, int n) {
-    double value = -1;
-    const host::OutputValue* out = r.OutputOf(n);
-    if (out != nullptr && out->value.size() == sizeof value) std::memcpy(&value, out->value.data(), sizeof value);
-    return value;
 }
 
 }  // namespace vrn::test

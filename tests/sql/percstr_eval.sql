@@ -1,11 +1,10 @@
 -- vrn_PercStrEval: the number of a percentage string in one of three modes:
 -- 0 adds percentages, 1 chains discounts, 2 chains mark-ups.
-DECLARE @r float, @nomode int, @s smallint = -1, @nothing varchar(20), @real real = 5
+DECLARE @r float, @nomode int, @nothing varchar(20), @real real = 5
 EXEC vrn_PercStrEval '10+5', @r OUTPUT, 0
 EXEC vrn_PercStrEval '10+5', @r OUTPUT, 1
 EXEC vrn_PercStrEval '10+5', @r OUTPUT, 2
--- Every mode but 0 and 1 is mode 2; a NULL mode is 0.
-EXEC vrn_PercStrEval '10', @r OUTPUT, @s
+-- A NULL mode is 0.
 EXEC vrn_PercStrEval '10', @r OUTPUT, @nomode
 -- A text that isn't a percentage string, and NULL, silently give the mode's start.
 EXEC vrn_PercStrEval '10,5', @r OUTPUT, 1

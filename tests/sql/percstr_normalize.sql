@@ -1,7 +1,6 @@
 -- vrn_PercStrNormalize: the normal form of a percentage string; the return
 -- status counts the characters thrown away.
 DECLARE @o varchar(30), @short varchar(3), @nothing varchar(30), @c22 char(22) = '7'
-EXEC vrn_PercStrNormalize '10,5+5', @o OUTPUT
 EXEC vrn_PercStrNormalize '1234+5', @o OUTPUT
 -- NULL gives the empty text, not NULL.
 EXEC vrn_PercStrNormalize @nothing, @o OUTPUT

@@ -17,11 +17,7 @@ EXEC vrn_PercStrSymb_Eval 'IIF(ISEMPTY(Listino),Articolo,Cliente)-Cliente', @r O
 EXEC vrn_PercStrSymb_Eval @null, @r OUTPUT
 EXEC vrn_PercStrSymb_Eval '100.123456+200.123456+3', @r OUTPUT
 EXEC vrn_PercStrSymb_ErrorInfo @pos OUTPUT, @len OUTPUT
--- Init unsets the variables and sets the mode: in mode 2 MAX picks the smaller percentage.
+-- Init unsets the variables.
 EXEC vrn_PercStrSymb_Init 2
 EXEC vrn_PercStrSymb_Eval 'Cliente', @r OUTPUT
-EXEC vrn_PercStrSymb_SetVar 'Cliente', '10+5'
-EXEC vrn_PercStrSymb_SetVar 'Articolo', '20'
-EXEC vrn_PercStrSymb_Eval 'MAX(Cliente,Articolo)+2', @r OUTPUT
-EXEC vrn_PercStrSymb_ReleaseMutex
 EXEC vrn_PercStrSymb_ReleaseMutex

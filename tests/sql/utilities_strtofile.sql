@@ -2,6 +2,6 @@
 -- content or added to its end; 0 when written, -1 otherwise.
 EXEC vrn_StrToFile 'abc', 'new.txt'
 EXEC vrn_StrToFile 'abc', 'new.txt', 1
-EXEC vrn_StrToFile 'abc', 'x.txt', NULL
+EXEC vrn_StrToFile 'abc', ''
 -- A folder that doesn't exist: the system's number and text.
 EXEC vrn_StrToFile 'abc', 'no/such/folder.txt'
