@@ -47,9 +47,9 @@ TEST(PFormulaEntryPoints, LengthLimitsAndBlocks) {
 TEST(PFormulaEntryPoints, OutputBlockIsTestedBeforeTheParse) {
     std::vector<char> normalForm(64, 'Z');
     double value = 1;
-    EXPECT_EQ(PFormulaNormalizeCounted(&value, "1234567890", 10, normalForm.data(), 18), kOutputTooShort);
+    EXPECT_EQ(PFormulaNormalizeCounted(&value, "123456789", 9, normalForm.data(), 18), kOutputTooShort);
     EXPECT_EQ(normalForm[0], 'Z');
-    EXPECT_EQ(PFormulaNormalizeCounted(&value, "1234567890", 10, normalForm.data(), 19), PFormulaMakeCode(-12, 0, 10));
+    EXPECT_EQ(PFormulaNormalizeCounted(&value, "123456789", 9, normalForm.data(), 19), PFormulaMakeCode(-12, 0, 9));
     normalForm.assign(64, 'Z');
     EXPECT_EQ(PFormulaNormalizeCounted(&value, "5", 0, normalForm.data(), 0), 0u);
     EXPECT_EQ(normalForm[0], 'Z') << "no room, nothing written";
