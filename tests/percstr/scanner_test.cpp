@@ -67,7 +67,6 @@ TEST(ScanAutomaton, BadPatternsAreReported) {
 TEST(ScannerEngine, LongestMatchFirstRuleAndBackingUp) {
     const std::pair<std::string, std::vector<Match>> cases[] = {
         {"if", {{3, "if"}}},                   // same length: the earlier rule
-        {"IF", {{3, "IF"}}},                   // case folded
         {"iffy", {{4, "iffy"}}},               // the longer match wins
         {"12.345", {{2, "12.34"}, {1, "5"}}},  // bounded repetition stops
         {"12.x", {{1, "12"}, {5, ".x"}}},      // backs up to the last accepting position
@@ -131,7 +130,6 @@ TEST(ScannerEngine, ReleasedBlocksServeTheNextTexts) {
         {"if 7", 0},                 // both kept blocks serve again
         {std::string(300, 'a'), 1},  // a longer copy needs a block of its own
         {"", 0},                     // the longer block serves a short text
-        {std::string(200, '1'), 0},
     };
     for (const auto& [text, blocks] : cases) {
         blocksTaken = 0;
