@@ -64,19 +64,6 @@ TEST(ScanAutomaton, BadPatternsAreReported) {
     }
 }
 
-TEST(ScannerEngine, LongestMatchFirstRuleAndBackingUp) {
-    const std::pair<std::string, std::vector<Match>> cases[] = {
-        {"if", {{3, "if"}}},                   // same length: the earlier rule
-        {"iffy", {{4, "iffy"}}},               // the longer match wins
-        {"12.345", {{2, "12.34"}, {1, "5"}}},  // bounded repetition stops
-        {"12.x", {{1, "12"}, {5, ".x"}}},      // backs up to the last accepting position
-        {"+ -x", {{5, "+"}, {6, " "}, {5, "-x"}}},
-        {"\xE8", {{5, "\xE8"}}},
-        {std::string("ab\0\0cd", 6), {{4, "ab"}, {5, std::string(1, '\0')}, {5, std::string(1, '\0')}, {4, "cd"}}},
-    };
-    for (const auto& [text, matches] : cases) EXPECT_EQ(Scan(text), matches) << text;
-}
-
 TEST(ScannerEngine, BuffersOverBlocksAndSwitching) {
     char good[] = {'1', '2', ' ', 'a', 0, 0};
     ScanBuffer* inPlace = testScanner.yy_scan_buffer(good, sizeof good);
