@@ -14,8 +14,7 @@ namespace {
 char home[] = "/tmp/vrn-fuzz-XXXXXX";
 const std::string* current = nullptr;  // the input being run
 
-// Nothing is made in it (the params target clears the folder procedure's create flag), so it goes empty.
-void RemoveHome() { (void)::rmdir(home); }
+void RemoveHome() { (void)::rmdir(home); }  // empty: the params target never lets a folder be made
 
 }  // namespace
 

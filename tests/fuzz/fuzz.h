@@ -1,6 +1,5 @@
-// What the fuzz targets share: the library's exports, linked in, called
-// through the host stand-in as the server calls them, and the way a target
-// reports a broken property (an abort, which libFuzzer keeps as a crash).
+// What the fuzz targets share: the exports, called through the host stand-in
+// as the server calls them, and a broken property as an abort (kept as a crash).
 #pragma once
 
 #include <cstdint>
@@ -11,8 +10,7 @@
 #include "frame/srv.h"
 #include "host/host.h"
 
-// Every export; the params target calls them by their place in this list,
-// which tests/fuzz/seeds.py reads too.
+// Every export; the params target and seeds.py index this list.
 #define VRN_FUZZ_EXPORTS(X)                                                                                     \
     X(vrn_PercStrNormalize) X(vrn_PercStrEval) X(vrn_PercStrSymb_GetMutex) X(vrn_PercStrSymb_ReleaseMutex)     \
     X(vrn_PercStrSymb_Init) X(vrn_PercStrSymb_SetVar) X(vrn_PercStrSymb_Eval) X(vrn_PercStrSymb_ErrorInfo)      \
@@ -33,9 +31,8 @@ namespace vrn::fuzz {
 
 using Procedure = int32_t (*)(SRV_PROC*);
 
-// Each target's own: one input, after the library has been loaded (its locks,
-// and HOME at a fresh temporary folder for whatever folders a call makes).
-// -1 keeps an input out of the corpus.
+// Each target's own: one input, the library loaded and HOME at a fresh
+// temporary folder. -1 keeps an input out of the corpus.
 int RunOne(const std::string& input);
 
 inline host::CallResult Call(Procedure procedure, std::vector<host::Param> params) {

@@ -64,20 +64,6 @@ TEST(ScanAutomaton, BadPatternsAreReported) {
     }
 }
 
-TEST(ScannerEngine, LongestMatchFirstRuleAndBackingUp) {
-    const std::pair<std::string, std::vector<Match>> cases[] = {
-        {"if", {{3, "if"}}},                   // same length: the earlier rule
-        {"IF", {{3, "IF"}}},                   // case folded
-        {"iffy", {{4, "iffy"}}},               // the longer match wins
-        {"12.345", {{2, "12.34"}, {1, "5"}}},  // bounded repetition stops
-        {"12.x", {{1, "12"}, {5, ".x"}}},      // backs up to the last accepting position
-        {"+ -x", {{5, "+"}, {6, " "}, {5, "-x"}}},
-        {"\xE8", {{5, "\xE8"}}},
-        {std::string("ab\0\0cd", 6), {{4, "ab"}, {5, std::string(1, '\0')}, {5, std::string(1, '\0')}, {4, "cd"}}},
-    };
-    for (const auto& [text, matches] : cases) EXPECT_EQ(Scan(text), matches) << text;
-}
-
 TEST(ScannerEngine, BuffersOverBlocksAndSwitching) {
     char good[] = {'1', '2', ' ', 'a', 0, 0};
     ScanBuffer* inPlace = testScanner.yy_scan_buffer(good, sizeof good);
@@ -131,7 +117,6 @@ TEST(ScannerEngine, ReleasedBlocksServeTheNextTexts) {
         {"if 7", 0},                 // both kept blocks serve again
         {std::string(300, 'a'), 1},  // a longer copy needs a block of its own
         {"", 0},                     // the longer block serves a short text
-        {std::string(200, '1'), 0},
     };
     for (const auto& [text, blocks] : cases) {
         blocksTaken = 0;
@@ -170,11 +155,9 @@ constexpr int32_t N = kPercStrNumber;
 
 TEST(PercStrScanner, TokensAndColumns) {
     const std::pair<std::string, std::vector<Token>> cases[] = {
-        {"10+5", {{N, 10.0, 0, 2}, {'+', 0, 2, 3}, {N, 5.0, 3, 4}, {0, 0, 3, 4}}},
         {"10 +5", {{N, 10.0, 0, 2}, {'+', 0, 3, 4}, {N, 5.0, 4, 5}, {0, 0, 4, 5}}},
         {"123.456789", {{N, 123.456789, 0, 10}, {0, 0, 0, 10}}},
         {"1234567.1234567", {{N, 123, 0, 3}, {N, 456, 3, 6}, {N, 7.123456, 6, 14}, {N, 7, 14, 15}, {0, 0, 14, 15}}},
-        {"", {{0, 0, 0, 0}}},
         {" \t\r\n", {{0, 0, 3, 4}}},
         {"10\xE8+5", {{N, 10.0, 0, 2}, {-24, 0, 2, 3}, {'+', 0, 3, 4}, {N, 5, 4, 5}, {0, 0, 4, 5}}},
         {"12.+3", {{N, 12, 0, 2}, {'.', 0, 2, 3}, {'+', 0, 3, 4}, {N, 3, 4, 5}, {0, 0, 4, 5}}},
