@@ -159,8 +159,7 @@ TEST_F(TasksTest, InjectedFailures) {
         const char* procedure;
         std::vector<Param> params;
         const char* operation;
-        int nth;
-        int32_t answer;
+        int nth, answer;
         std::string trace, changes;
     } cases[] = {
         {"vrn_Wts_TaskCreate", Create(d1, 2), "Initialize", 1, kFail, "0x80004005 D", ""},

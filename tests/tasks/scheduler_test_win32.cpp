@@ -18,7 +18,6 @@ constexpr char16_t kApplication[] = u"C:\\windows\\system32\\cmd.exe";
 class SystemSchedulerTest : public ::testing::Test {
 protected:
     static void SetUpTestSuite() { EmptyTaskFolder(); }
-    static void TearDownTestSuite() { EmptyTaskFolder(); }
     void SetUp() override {
         ASSERT_GE(source_.Initialize(), 0);
         ASSERT_EQ(source_.CreateScheduler(&scheduler_), kOk);
@@ -131,11 +130,7 @@ TEST_F(SystemSchedulerTest, NamesWithJobOnTheEnd) {
     EXPECT_EQ(scheduler_->Activate(u"VrnSeam missing.job", &task), kFileNotFound);
     EXPECT_EQ(scheduler_->Delete(u"VrnSeam missing.job"), kFileNotFound);
     EXPECT_EQ(scheduler_->NewWorkItem(u"VrnSeam dotted.Job", &task), kFileExists);
-    ASSERT_EQ(scheduler_->NewWorkItem(u"VrnSeam fresh.job", &task), kOk);
-    ASSERT_EQ(task->SetApplicationName(kApplication), kOk);
-    ASSERT_EQ(Save(*task), kOk);
-    EXPECT_EQ(scheduler_->Activate(u"VrnSeam fresh", &task), kOk);  // stored under its name without ".job"
-    EXPECT_EQ(scheduler_->Delete(u"VrnSeam fresh.JOB"), kOk);
+    EXPECT_EQ(scheduler_->Delete(u"VrnSeam dotted.jOB"), kOk);
 }
 
 // Wine's own service reads a job file as soon as it changes, and may hold it
