@@ -8,7 +8,7 @@
 #include <thread>
 #include <vector>
 
-#include "tasks/scheduler.h"
+#include "tasks/connection.h"
 
 namespace vrn::tasks {
 namespace {
@@ -46,11 +46,6 @@ protected:
         scheduler.reset();
         source.Uninitialize();
     }
-    static int32_t Save(Task& task) {
-        std::unique_ptr<PersistFile> persist;
-        const int32_t result = task.QueryPersistFile(&persist);
-        return result < 0 ? result : persist->Save(nullptr, true);
-    }
     // A stored task that can run: an application, a folder to run in and a trigger.
     std::unique_ptr<Task> Store(const char16_t* name) {
         std::unique_ptr<Task> task;
@@ -67,7 +62,7 @@ protected:
         EXPECT_EQ(task->SetAccountInformation(u"", nullptr), kOk);
         EXPECT_EQ(task->CreateTrigger(&index, &trigger), kOk);
         EXPECT_EQ(trigger->SetTrigger(t), kOk);
-        EXPECT_EQ(Save(*task), kOk);
+        EXPECT_EQ(SaveTask(*task), kOk);
         return task;
     }
 
@@ -98,7 +93,7 @@ TEST_F(SystemSchedulerTest, EveryPropertyComesBackFromTheStore) {
     SchedulerMemory<char16_t> account(source_);  // wine keeps no account in the store: read before saving
     ASSERT_EQ(task->GetAccountInformation(account.Out()), kOk);
     EXPECT_EQ(std::u16string(account.Get()), u"");
-    ASSERT_EQ(Save(*task), kOk);
+    ASSERT_EQ(SaveTask(*task), kOk);
 
     ASSERT_EQ(scheduler_->Activate(u"VrnSeam round trip", &task), kOk);
     for (const auto& t : texts) {

@@ -80,7 +80,7 @@ TEST_F(JobStore, TriggersOfEveryTypeAndDataReadBackExactlyAndNoPasswordIsKept) {
         ASSERT_EQ(trigger->SetTrigger(t), kOk);
         triggers.push_back(t);
     }
-    ASSERT_EQ(Save(*task), kOk);
+    ASSERT_EQ(SaveTask(*task), kOk);
 
     task = Open(u"full");
     uint16_t count = 0;
@@ -154,7 +154,7 @@ TEST_F(JobStore, AKillDuringSaveLeavesTheOldTaskOrTheNew) {
         if (child == 0) {
             std::unique_ptr<Task> task;
             if (scheduler_->Activate(u"victim", &task) == kOk && task->SetComment(next.c_str()) == kOk) {
-                (void)Save(*task);
+                (void)SaveTask(*task);
             }
             _exit(0);
         }
