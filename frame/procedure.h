@@ -97,6 +97,21 @@ inline constexpr size_t kMessageBufferSize = 2048;
 int SendMessage(SRV_PROC* srvproc, const char* format, ...) __attribute__((format(printf, 2, 3)));
 int SendErrorMessage(SRV_PROC* srvproc, const char* format, ...) __attribute__((format(printf, 2, 3)));
 
+// A row set's column: srv_describe's name, types and widths.
+struct ColumnShape {
+    const char* name;
+    int32_t destType;
+    int32_t destWidth;
+    int32_t srcType;
+    int32_t srcWidth;
+};
+// srv_describe of each column in turn.
+void DescribeColumns(SRV_PROC* srvproc, const ColumnShape* columns, size_t count);
+template <size_t N>
+void DescribeColumns(SRV_PROC* srvproc, const ColumnShape (&columns)[N]) {
+    DescribeColumns(srvproc, columns, N);
+}
+
 // srv_senddone(srvproc, 0, 0, 0): the final done, no count.
 void CompleteCall(SRV_PROC* srvproc);
 // srv_senddone(srvproc, SRV_DONE_COUNT | SRV_DONE_MORE, 0, count): a row set's count.

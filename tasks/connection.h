@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "tasks/params.h"
 #include "tasks/scheduler.h"
 
 namespace vrn::tasks {
@@ -58,6 +59,31 @@ private:
     char16_t** names_ = nullptr;
     uint32_t fetched_ = 0;
 };
+
+// Every task of company (null: all) on instance, batch by batch, each batch
+// from its last name to its first, while visit(connection, name) answers
+// true; the batch under way is given back whole. Only opening and Enum can
+// fail the walk.
+template <class Visit>
+int32_t WalkTasks(const char16_t* company, const char16_t* instance, Visit visit) {
+    SchedulerConnection connection;
+    int32_t result = connection.Open();
+    if (Failed(result)) return result;
+    std::unique_ptr<WorkItemEnumerator> items;
+    result = connection.scheduler().Enum(&items);
+    if (Failed(result)) return result;
+    NameBatch batch(connection.source());
+    bool walking = true;
+    while (walking && !Failed(batch.Fetch(*items)) && batch.size() > 0) {
+        for (uint32_t i = batch.size(); i-- > 0;) {
+            if (walking && MatchTaskFileName(batch[i], company, instance) >= 0) {
+                walking = visit(connection, batch[i]);
+            }
+            batch.Release(i);
+        }
+    }
+    return kOk;
+}
 
 // QueryPersistFile and Save(null, true).
 [[nodiscard]] int32_t SaveTask(Task& task);

@@ -80,14 +80,6 @@ int32_t ReadWorkItemData(Task& task, SchedulerSource& source, TaskInfo* info) {
 
 // ---- The row ---------------------------------------------------------------------
 
-struct ColumnShape {
-    const char* name;
-    int32_t destType;
-    int32_t destWidth;
-    int32_t srcType;
-    int32_t srcWidth;
-};
-
 constexpr ColumnShape kTaskColumns[] = {
     {"TaskName", SRVBIGVARCHAR, 260, SRVCHAR, 0},
     {"Ud_Task", SRVBIGVARCHAR, 36, SRVCHAR, 0},
@@ -118,31 +110,18 @@ void SetTextColumn(SRV_PROC* srvproc, int column, const NarrowText& text) {
 
 // ---- vrn_Wts_TaskEnum --------------------------------------------------------------
 
-// Every task of the company (null: all) on this instance, batch by batch,
-// each from its last name to its first. A task that can't be read is passed
-// over in silence. The rows sent, or a failure to open.
+// A row for every task of the walk; a task that can't be read is passed over
+// in silence. The rows sent, or a failure to open.
 int32_t SendTaskRows(SRV_PROC* srvproc, const char16_t* company, const char16_t* instance, int32_t* rows) {
-    SchedulerConnection connection;
-    int32_t result = connection.Open();
-    if (Failed(result)) return result;
-    std::unique_ptr<WorkItemEnumerator> items;
-    result = connection.scheduler().Enum(&items);
-    if (Failed(result)) return result;
-    NameBatch batch(connection.source());
-    while (!Failed(batch.Fetch(*items)) && batch.size() > 0) {
-        for (uint32_t i = batch.size(); i-- > 0;) {
-            if (MatchTaskFileName(batch[i], company, instance) >= 0) {
-                TaskInfo info{};
-                if (!Failed(ReadTaskInfo(&info, connection.scheduler(), connection.source(), batch[i]))) {
-                    SendTaskRow(&info, srvproc, false);
-                    ++*rows;
-                }
-                ReleaseTaskInfo(&info);
-            }
-            batch.Release(i);
+    return WalkTasks(company, instance, [&](const SchedulerConnection& connection, const char16_t* name) {
+        TaskInfo info{};
+        if (!Failed(ReadTaskInfo(&info, connection.scheduler(), connection.source(), name))) {
+            SendTaskRow(&info, srvproc, false);
+            ++*rows;
         }
-    }
-    return kOk;
+        ReleaseTaskInfo(&info);
+        return true;
+    });
 }
 
 int32_t TaskEnumCall(SRV_PROC* srvproc) {
@@ -240,10 +219,7 @@ void ReleaseTaskInfo(TaskInfo* info) {
 
 void SendTaskRow(const TaskInfo* info, SRV_PROC* srvproc, bool describe) {
     if (describe) {
-        for (const ColumnShape& c : kTaskColumns) {
-            (void)srv_describe(srvproc, 0, const_cast<char*>(c.name), -1, c.destType, c.destWidth, c.srcType,
-                               c.srcWidth, nullptr);
-        }
+        DescribeColumns(srvproc, kTaskColumns);
         return;
     }
     SqlDateTime lastRun{}, nextRun{};

@@ -238,27 +238,12 @@ int32_t SetTaskEnabled(Scheduler& scheduler, const char16_t* name, bool enable) 
     return Failed(result) ? result : SaveTask(*task);
 }
 
-// Every task of the company (null: all companies) on this instance, batch by
-// batch, each batch from its last name to its first. A failure on a task ends
-// the walk, and the tasks done stay done: only opening can fail the call.
+// A failure on a task ends the walk, and the tasks done stay done: only
+// opening can fail the call.
 int32_t SetAllTasksEnabled(const char16_t* company, const char16_t* instance, bool enable) {
-    SchedulerConnection connection;
-    int32_t result = connection.Open();
-    if (Failed(result)) return result;
-    std::unique_ptr<WorkItemEnumerator> items;
-    result = connection.scheduler().Enum(&items);
-    if (Failed(result)) return result;
-    NameBatch batch(connection.source());
-    bool walking = true;
-    while (walking && !Failed(batch.Fetch(*items)) && batch.size() > 0) {
-        for (uint32_t i = batch.size(); i-- > 0;) {
-            if (walking && MatchTaskFileName(batch[i], company, instance) >= 0) {
-                walking = !Failed(SetTaskEnabled(connection.scheduler(), batch[i], enable));
-            }
-            batch.Release(i);
-        }
-    }
-    return kOk;
+    return WalkTasks(company, instance, [&](const SchedulerConnection& connection, const char16_t* name) {
+        return !Failed(SetTaskEnabled(connection.scheduler(), name, enable));
+    });
 }
 
 int32_t SetAllTasksEnabledCall(SRV_PROC* srvproc, bool enable) {

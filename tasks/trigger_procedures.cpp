@@ -49,14 +49,6 @@ TASK_TRIGGER WeeklyTrigger(uint16_t hour, uint16_t minute, uint32_t mask) {
 
 // ---- vrn_Wts_TriggerEnum's rows -------------------------------------------------
 
-struct ColumnShape {
-    const char* name;
-    int32_t destType;
-    int32_t destWidth;
-    int32_t srcType;
-    int32_t srcWidth;
-};
-
 constexpr ColumnShape kTriggerColumns[] = {
     {"StartDate", SRVDATETIMN, 8, SRVDATETIMN, 8},
     {"EndDate", SRVDATETIMN, 8, SRVDATETIMN, 8},
@@ -108,17 +100,10 @@ TypeColumns ColumnsByType(const TASK_TRIGGER& t) {
     return c;
 }
 
-void DescribeTriggerColumns(SRV_PROC* srvproc) {
-    for (const ColumnShape& c : kTriggerColumns) {
-        (void)srv_describe(srvproc, 0, const_cast<char*>(c.name), -1, c.destType, c.destWidth, c.srcType, c.srcWidth,
-                           nullptr);
-    }
-}
-
 // Describes the 16 columns and sends one row per trigger, then the counted
 // completion. A failure ends it, and the rows sent stand.
 int32_t SendTriggerRows(SRV_PROC* srvproc, Task& task, SchedulerSource& source) {
-    DescribeTriggerColumns(srvproc);
+    DescribeColumns(srvproc, kTriggerColumns);
     uint16_t count = 0;
     int32_t result = task.GetTriggerCount(&count);
     if (Failed(result)) return result;
