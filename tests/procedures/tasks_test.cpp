@@ -199,6 +199,7 @@ TEST_F(TasksTest, InjectedFailures) {
     }
 }
 
+// Listing and enabling share the walk.
 TEST_F(TasksTest, WalksTakeBatchesOfTwentyEachFromItsLastName) {
     auto name = [](int i) { return TaskFile(u"C" + std::u16string{char16_t(u'0' + i / 10), char16_t(u'0' + i % 10)}); };
     Calls expected;
@@ -211,12 +212,6 @@ TEST_F(TasksTest, WalksTakeBatchesOfTwentyEachFromItsLastName) {
     for (const host::Row& row : r.rows) listed.emplace_back(row[0]->begin(), row[0]->end());
     EXPECT_EQ(listed, expected);
     EXPECT_EQ(r.dones.back().count, 45);
-
-    scheduler.log.clear();
-    EXPECT_EQ(Trace(Call("vrn_Wts_TaskDisableAll", {NVarChar(u"")})), "0 D");
-    Calls activated;
-    for (const std::string& call : Work(scheduler, {"Activate"})) activated.push_back(call.substr(9));
-    EXPECT_EQ(activated, expected);
 }
 
 // Integer columns from to to (from 1) of a row, each as wide as its source type.
