@@ -15,19 +15,14 @@ std::u16string FileName(const std::u16string& name) { return name.ends_with(u".j
 
 std::string Hex(int32_t value) {
     char text[16];
-    std::snprintf(text, sizeof text, "0x%08X", static_cast<unsigned>(value));
-    return text;
+    return std::snprintf(text, sizeof text, "0x%08X", static_cast<unsigned>(value)), text;
 }
 
 // Counts itself among the double's objects while it lives.
-class Live {
-public:
+struct Live {
     explicit Live(SchedulerDouble& d) : d_(d) { ++d_.live; }
     virtual ~Live() { --d_.live; }
     Live(const Live&) = delete;
-    Live& operator=(const Live&) = delete;
-
-protected:
     SchedulerDouble& d_;
 };
 
@@ -116,8 +111,8 @@ public:
     }
     int32_t DeleteTrigger(uint16_t index) override {
         return d_.Gate("DeleteTrigger " + std::to_string(index), [&] {
-            if (index >= state_.triggers.size()) return kTriggerNotFound;
-            return state_.triggers.erase(state_.triggers.begin() + index), kOk;
+            return index >= state_.triggers.size() ? kTriggerNotFound
+                                                   : (state_.triggers.erase(state_.triggers.begin() + index), kOk);
         });
     }
     int32_t GetTriggerString(uint16_t index, char16_t** text) override {
@@ -143,15 +138,12 @@ private:
     }
 };
 
-class DoublePersist final : public PersistFile, Live {
-public:
+struct DoublePersist final : public PersistFile, Live {
     DoublePersist(SchedulerDouble& d, DoubleTask& task) : Live(d), task_(task) {}
     int32_t Save(const char16_t* file, bool remember) override {
         const std::string call = std::string("Save ") + (file ? "name" : "null") + (remember ? ",true" : ",false");
         return d_.Gate(call, [&] { return d_.tasks[task_.name_] = task_.state_, kOk; });
     }
-
-private:
     DoubleTask& task_;
 };
 
@@ -178,8 +170,7 @@ private:
     size_t position_ = 0;
 };
 
-class DoubleScheduler final : public Scheduler, Live {
-public:
+struct DoubleScheduler final : public Scheduler, Live {
     explicit DoubleScheduler(SchedulerDouble& d) : Live(d) {}
     int32_t Enum(std::unique_ptr<WorkItemEnumerator>* items) override {
         return d_.Gate("Enum", [&] { return *items = std::make_unique<DoubleEnumerator>(d_), kOk; });
@@ -229,11 +220,8 @@ StoredTask* SchedulerDouble::Find(const std::u16string& name) {
 }
 
 std::string SchedulerDouble::Balance() const {
-    std::string out = misorder_;
-    if (blocks_ != 0) out += std::to_string(blocks_) + " blocks kept; ";
-    if (live != 0) out += std::to_string(live) + " objects kept; ";
-    if (owed_ != 0) out += std::to_string(owed_) + " Uninitialize owed; ";
-    return out;
+    const auto kept = [](int n, const char* what) { return n != 0 ? std::to_string(n) + what : ""; };
+    return misorder_ + kept(blocks_, " blocks kept; ") + kept(live, " objects kept; ") + kept(owed_, " Uninitialize owed; ");
 }
 
 int32_t SchedulerDouble::Gate(const std::string& call) {
@@ -271,10 +259,7 @@ int32_t SchedulerDouble::CreateScheduler(std::unique_ptr<Scheduler>* scheduler) 
     return Gate("CreateScheduler", [&] { return *scheduler = std::make_unique<DoubleScheduler>(*this), kOk; });
 }
 
-void SchedulerDouble::FreeMemory(void* block) {
-    if (block != nullptr) --blocks_;
-    std::free(block);
-}
+void SchedulerDouble::FreeMemory(void* block) { blocks_ -= block != nullptr, std::free(block); }
 
 std::string Trace(const host::CallResult& r) {
     std::string line = r.returnCode < 0 ? Hex(r.returnCode) : std::to_string(r.returnCode);
@@ -290,8 +275,7 @@ std::string Trace(const host::CallResult& r) {
             break;
         }
         case host::EventKind::Done:
-            line += r.dones[done].status == 0 ? " D" : " D" + std::to_string(r.dones[done].count);
-            ++done;
+            line += r.dones[done].status == 0 ? " D" : " D" + std::to_string(r.dones[done].count), ++done;
             break;
         case host::EventKind::Describe: {
             size_t k = 1;

@@ -19,5 +19,4 @@ EXEC vrn_Wts_TaskInfo @a
 
 -- Once deleted it can't be opened, and nothing is delivered.
 EXEC vrn_Wts_TaskDelete @a
-EXEC vrn_Wts_TaskDelete @a
 EXEC vrn_Wts_TaskGetStatus @a, @status OUTPUT

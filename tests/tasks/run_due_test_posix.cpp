@@ -35,7 +35,7 @@ protected:
         t.wBeginYear = 2024, t.wBeginMonth = 1, t.wBeginDay = 1, t.wStartHour = hour, t.wStartMinute = 0, t.rgFlags = 0;
         ASSERT_EQ(trigger->SetTrigger(t), kOk);
         ASSERT_EQ(task->SetFlags(flags), kOk);
-        ASSERT_EQ(Save(*task), kOk);
+        ASSERT_EQ(SaveTask(*task), kOk);
     }
     std::vector<std::string> Look(int day, int hour, int minute) {
         std::vector<std::string> started;

@@ -76,7 +76,7 @@ TEST_F(JobRun, TerminateStopsTheWholeGroupAndAnotherRunWaitsItsTurn) {
 TEST_F(JobRun, MaxRunTimeStopsARunThatOverstays) {
     std::unique_ptr<Task> task = MakeTask(u"slow", u"sleep", u"30");
     ASSERT_EQ(task->SetMaxRunTime(500), kOk);
-    ASSERT_EQ(Save(*task), kOk);
+    ASSERT_EQ(SaveTask(*task), kOk);
     ASSERT_EQ(task->Run(), kOk);
     EXPECT_TRUE(ExitsWith(u"slow", 128 + SIGKILL));
     EXPECT_EQ(Status(u"slow"), kTaskNoValidTriggers);  // ran, not stopped by a user, no trigger
@@ -108,7 +108,7 @@ TEST_F(JobRun, StatusAfterARunFollowsTheTriggers) {
         t.TriggerType = c.type, t.rgFlags = c.flags;
         ASSERT_EQ(trigger->SetTrigger(t), kOk);
         ASSERT_EQ(task->SetApplicationName(c.application), kOk);
-        ASSERT_EQ(Save(*task), kOk);
+        ASSERT_EQ(SaveTask(*task), kOk);
         SystemTime next{};
         EXPECT_EQ(Status(u"once"), c.status) << &c - cases;
         EXPECT_EQ(Open(u"once")->GetNextRunTime(&next), c.next) << &c - cases;
@@ -131,7 +131,7 @@ TEST_F(JobRun, AStartThatFailsShowsInTheExitCodeResult) {
         if (c.directory != nullptr) {
             ASSERT_EQ(task->SetWorkingDirectory(c.directory), kOk);
         }
-        ASSERT_EQ(Save(*task), kOk);
+        ASSERT_EQ(SaveTask(*task), kOk);
         EXPECT_EQ(task->Run(), c.run);
         uint32_t code = 0;
         EXPECT_EQ(Open(u"failing")->GetExitCode(&code), c.exit);

@@ -40,38 +40,30 @@ protected:
 TASK_TRIGGER Make(int32_t type, uint16_t hour, uint16_t minute, LocalTime begin = {2024, 1, 1}) {
     TASK_TRIGGER t{};
     t.cbTriggerSize = sizeof t, t.TriggerType = type, t.wStartHour = hour, t.wStartMinute = minute;
-    t.wBeginYear = static_cast<uint16_t>(begin.year);
-    t.wBeginMonth = static_cast<uint16_t>(begin.month);
-    t.wBeginDay = static_cast<uint16_t>(begin.day);
-    return t;
+    t.wBeginYear = static_cast<uint16_t>(begin.year), t.wBeginMonth = static_cast<uint16_t>(begin.month);
+    return t.wBeginDay = static_cast<uint16_t>(begin.day), t;
 }
 TASK_TRIGGER Daily(uint16_t hour, uint16_t minute, LocalTime begin = {2024, 1, 1}) {
     TASK_TRIGGER t = Make(kTriggerDaily, hour, minute, begin);
-    t.Type.Daily.DaysInterval = 1;
-    return t;
+    return t.Type.Daily.DaysInterval = 1, t;
 }
 TASK_TRIGGER Weekly(uint16_t days, uint16_t every = 1) {
     TASK_TRIGGER t = Make(kTriggerWeekly, 10, 30);
-    t.Type.Weekly = {every, days};
-    return t;
+    return t.Type.Weekly = {every, days}, t;
 }
 TASK_TRIGGER MonthlyDate(uint32_t days) {
     TASK_TRIGGER t = Make(kTriggerMonthlyDate, 10, 30);
-    t.Type.MonthlyDate = {days, kAllMonths};
-    return t;
+    return t.Type.MonthlyDate = {days, kAllMonths}, t;
 }
 TASK_TRIGGER MonthlyDow(uint16_t which, uint16_t days) {
     TASK_TRIGGER t = Make(kTriggerMonthlyDow, 10, 30);
-    t.Type.MonthlyDOW = {which, days, kAllMonths};
-    return t;
+    return t.Type.MonthlyDOW = {which, days, kAllMonths}, t;
 }
 TASK_TRIGGER EndingOn(TASK_TRIGGER t, uint16_t year, uint16_t month, uint16_t day) {
-    t.rgFlags |= kTriggerFlagHasEndDate, t.wEndYear = year, t.wEndMonth = month, t.wEndDay = day;
-    return t;
+    return t.rgFlags |= kTriggerFlagHasEndDate, t.wEndYear = year, t.wEndMonth = month, t.wEndDay = day, t;
 }
 TASK_TRIGGER Repeating(TASK_TRIGGER t, uint32_t every, uint32_t forMinutes) {
-    t.MinutesInterval = every, t.MinutesDuration = forMinutes;
-    return t;
+    return t.MinutesInterval = every, t.MinutesDuration = forMinutes, t;
 }
 
 constexpr uint16_t kMon = 0x2, kWed = 0x8, kFri = 0x20;

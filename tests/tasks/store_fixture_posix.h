@@ -12,7 +12,7 @@
 #include <memory>
 #include <string>
 
-#include "tasks/scheduler.h"
+#include "tasks/connection.h"
 
 namespace vrn::tasks::testing {
 
@@ -49,13 +49,8 @@ protected:
         EXPECT_EQ(task->SetApplicationName(application), kOk);
         EXPECT_EQ(task->SetParameters(parameters), kOk);
         EXPECT_EQ(task->SetWorkingDirectory(folder.c_str()), kOk);
-        EXPECT_EQ(Save(*task), kOk);
+        EXPECT_EQ(SaveTask(*task), kOk);
         return task;
-    }
-    static int32_t Save(Task& task) {
-        std::unique_ptr<PersistFile> persist;
-        const int32_t result = task.QueryPersistFile(&persist);
-        return result < 0 ? result : persist->Save(nullptr, true);
     }
     std::unique_ptr<Task> Open(const char16_t* name) {
         std::unique_ptr<Task> task;

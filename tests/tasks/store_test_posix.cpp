@@ -69,14 +69,10 @@ TEST_F(JobStore, TriggersOfEveryTypeAndDataReadBackExactlyAndNoPasswordIsKept) {
     std::vector<TASK_TRIGGER> triggers;
     for (int32_t type = kTriggerOnce; type <= kTriggerAtLogon; ++type) {
         const auto u16 = [](int v) { return static_cast<uint16_t>(v); };
-        TASK_TRIGGER t{};
-        t.cbTriggerSize = sizeof t, t.Reserved1 = u16(type + 100), t.TriggerType = type;
-        t.wBeginYear = 2007, t.wBeginMonth = u16(type + 1), t.wBeginDay = 2;
-        t.wEndYear = 2030, t.wEndMonth = 12, t.wEndDay = 31;
-        t.wStartHour = 23, t.wStartMinute = u16(50 + type), t.MinutesDuration = 600, t.MinutesInterval = 15;
-        t.rgFlags = kTriggerFlagHasEndDate | (type == kTriggerDaily ? kTriggerFlagDisabled : 0);
+        // Every field its own value: the store writes them one by one.
+        TASK_TRIGGER t{sizeof t, u16(type + 100), 2007, u16(type + 1), 2, 2030, 12, 31, 23, u16(50 + type), 600, 15,
+                       kTriggerFlagHasEndDate | (type == kTriggerDaily ? kTriggerFlagDisabled : 0u), type, {}, 0xBEEF, u16(type)};
         t.Type.MonthlyDOW = {u16(type == kTriggerMonthlyDow ? 5 : 3), 0x55, 0xABC};
-        t.Reserved2 = 0xBEEF, t.wRandomMinutesInterval = u16(type);
         uint16_t index = 99;
         std::unique_ptr<Trigger> trigger;
         ASSERT_EQ(task->CreateTrigger(&index, &trigger), kOk);
@@ -84,7 +80,7 @@ TEST_F(JobStore, TriggersOfEveryTypeAndDataReadBackExactlyAndNoPasswordIsKept) {
         ASSERT_EQ(trigger->SetTrigger(t), kOk);
         triggers.push_back(t);
     }
-    ASSERT_EQ(Save(*task), kOk);
+    ASSERT_EQ(SaveTask(*task), kOk);
 
     task = Open(u"full");
     uint16_t count = 0;
@@ -102,8 +98,7 @@ TEST_F(JobStore, TriggersOfEveryTypeAndDataReadBackExactlyAndNoPasswordIsKept) {
         EXPECT_EQ(std::memcmp(&back, &triggers[i], sizeof back), 0) << "trigger " << i;
     }
     const std::string bytes = Read("full.job");
-    const char16_t secret[] = u"secret";
-    EXPECT_EQ(bytes.find(std::string(reinterpret_cast<const char*>(secret), 12)), std::string::npos);
+    EXPECT_EQ(bytes.find(std::string(reinterpret_cast<const char*>(u"secret"), 12)), std::string::npos);
     EXPECT_EQ(bytes.find("secret"), std::string::npos);
 }
 
@@ -159,7 +154,7 @@ TEST_F(JobStore, AKillDuringSaveLeavesTheOldTaskOrTheNew) {
         if (child == 0) {
             std::unique_ptr<Task> task;
             if (scheduler_->Activate(u"victim", &task) == kOk && task->SetComment(next.c_str()) == kOk) {
-                (void)Save(*task);
+                (void)SaveTask(*task);
             }
             _exit(0);
         }
