@@ -48,6 +48,7 @@ TEST(Calls, RefusalsAndCompletionOfEveryProcedure) {
         {"vrn_PercStrEval", {text, flt, Int(1)}, "0 O2:8 D"},
         {"vrn_PercStrEval", {VarChar(std::string(21, '1')), flt, Int(1)}, "0 M O2:8 D"},
         {"vrn_PercStrEval", {text, flt, host::Float(1)}, inv + " M D"},
+        {"vrn_PercStrEval", {text, host::Float(0), Int(1)}, inv + " M D"},
         // Neither formula procedure completes the call; the reader has no limit, the parser 998 bytes.
         {"vrn_PFormula_Eval", {VarChar("+1 "), flt}, "0 O2:8"},
         {"vrn_PFormula_Eval", {VarChar("x"), flt}, "-1 M"},
@@ -77,6 +78,7 @@ TEST(Calls, RefusalsAndCompletionOfEveryProcedure) {
         {"vrn_CountBitsOn", {oldVarBinary, count}, "0 O2:4 D"},
         {"vrn_CountBitsOn", {bytes, Output(host::SmallInt(7))}, inv + " D M"},
         {"vrn_CountBitsOn", {Null(165, 1), count}, inv + " D M"},
+        {"vrn_CountBitsOn", {bytes, Int(7)}, inv + " D M"},
         // Debugout never completes.
         {"vrn_Debugout", {}, inv + " M"},
         // GetFolderPath completes, but not a refusal; the CSIDL's direction isn't judged.
@@ -85,8 +87,9 @@ TEST(Calls, RefusalsAndCompletionOfEveryProcedure) {
         {"vrn_GetFolderPath", {Int(0x23), Output(host::Char("", 30))}, folderInv + " M"},
         {"vrn_GetSrvInfo", {Null(167, 10), out30}, inv + " M D"},
         {"vrn_GetSrvInfo", {text, Output(NVarChar(u"", 40))}, inv + " M D"},
+        {"vrn_GetSrvInfo", {text, VarChar("", 30)}, inv + " M D"},
         {"vrn_StrToFile", {text, text, Int(1), Int(1)}, "-1 M D"},
-        {"vrn_StrToFile", {text, Null(167, 10)}, "-1 M D"},
+        {"vrn_StrToFile", {Null(167, 10), text}, "-1 M D"},
         {"vrn_StrToFile", {text, text, Output(Int(1))}, "-1 M D"},
         {"vrn_StrToFile", {text, text, Null(104, 1)}, "-1 M D"},
         // The one family that tells a call the host can't describe (the message
