@@ -16,11 +16,6 @@ struct Outcome {
     std::string out, err;
 };
 
-std::string Env(const char* name) {
-    const char* value = std::getenv(name);
-    return value ? value : "";
-}
-
 // A Windows console program ends its lines with CR LF: compare them as plain line ends.
 std::string ReadOutput(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
@@ -34,9 +29,10 @@ std::string Quoted(const std::string& path) { return "\"" + path + "\""; }
 class ExecTest : public testing::Test {
 protected:
     void SetUp() override {
-        exec_ = Env("VRN_EXEC");
-        fixture_ = Env("VRN_FIXTURE");
-        if (exec_.empty() || fixture_.empty()) GTEST_SKIP() << "VRN_EXEC and VRN_FIXTURE name the tool and its fixture";
+        const char *exec = std::getenv("VRN_EXEC"), *fixture = std::getenv("VRN_FIXTURE");
+        if (!exec || !*exec || !fixture) GTEST_SKIP() << "VRN_EXEC and VRN_FIXTURE name the tool and its fixture";
+        exec_ = exec;
+        fixture_ = fixture;
     }
 
     Outcome Exec(const std::string& script, const std::string& options = "") const {
