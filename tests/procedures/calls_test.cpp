@@ -89,6 +89,7 @@ TEST(Calls, RefusalsAndCompletionOfEveryProcedure) {
         {"vrn_StrToFile", {text, text, Int(1), Int(1)}, "-1 M D"},
         {"vrn_StrToFile", {Null(167, 10), text}, "-1 M D"},
         {"vrn_StrToFile", {text, text, Output(Int(1))}, "-1 M D"},
+        {"vrn_StrToFile", {text, text, host::Float(1)}, "-1 M D"},
         {"vrn_StrToFile", {text, text, Null(104, 1)}, "-1 M D"},
         // The one family that tells a call the host can't describe (the message
         // alone) from a refused one (the done first).
