@@ -63,6 +63,7 @@ TEST(Calls, RefusalsAndCompletionOfEveryProcedure) {
         {"vrn_PercStrSymb_GetMutex", {Int(1), Int(1)}, "0 M"},
         {"vrn_PercStrSymb_Init", {Int(-1)}, inv + " M D"},  // above 2 as unsigned
         {"vrn_PercStrSymb_Init", {host::TinyInt(2)}, "0 D"},
+        {"vrn_PercStrSymb_SetVar", {VarChar("Cliente"), Int(5)}, "-1 M D"},
         {"vrn_PercStrSymb_SetVar", {Null(167, 40), text}, "-1 D"},
         {"vrn_PercStrSymb_SetVar", {VarChar(std::string(40, 'a')), text}, "1 D"},  // no such name
         {"vrn_PercStrSymb_SetVar", {VarChar("Cliente"), VarChar(std::string(20, '1'))}, "0 D"},
@@ -90,6 +91,7 @@ TEST(Calls, RefusalsAndCompletionOfEveryProcedure) {
         {"vrn_StrToFile", {Null(167, 10), text}, "-1 M D"},
         {"vrn_StrToFile", {text, text, Output(Int(1))}, "-1 M D"},
         {"vrn_StrToFile", {text, text, host::Float(1)}, "-1 M D"},
+        {"vrn_StrToFile", {NVarChar(u"10"), text}, "-1 M D"},
         {"vrn_StrToFile", {text, text, Null(104, 1)}, "-1 M D"},
         // The one family that tells a call the host can't describe (the message
         // alone) from a refused one (the done first).
