@@ -73,6 +73,7 @@ TEST(Calls, RefusalsAndCompletionOfEveryProcedure) {
         {"vrn_PercStrSymb_Eval", {VarChar("10+10"), Output(VarChar("", 5))}, "0 O2:5 D"},
         {"vrn_PercStrSymb_ErrorInfo", {Output(host::SmallInt(0)), Output(host::TinyInt(0))}, "0 O1:4 O2:4 D"},
         {"vrn_PercStrSymb_ErrorInfo", {Int(0), Output(Int(0))}, inv + " M D"},
+        {"vrn_PercStrSymb_ErrorInfo", {Output(Int(0)), out30}, inv + " M D"},
         // CountBitsOn completes before its message.
         {"vrn_CountBitsOn", {oldVarBinary, count}, "0 O2:4 D"},
         {"vrn_CountBitsOn", {bytes, Output(host::SmallInt(7))}, inv + " D M"},
