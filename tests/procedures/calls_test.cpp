@@ -44,6 +44,7 @@ TEST(Calls, RefusalsAndCompletionOfEveryProcedure) {
         {"vrn_PercStrNormalize", {VarChar(std::string(22, '1')), out30}, "0 M O2:0 D"},
         {"vrn_PercStrNormalize", {Output(text), out30}, "-1 M D"},
         {"vrn_PercStrNormalize", {text, VarChar("", 30)}, "-1 M D"},
+        {"vrn_PercStrNormalize", {text, count}, "-1 M D"},
         {"vrn_PercStrEval", {text, flt, Int(1)}, "0 O2:8 D"},
         {"vrn_PercStrEval", {VarChar(std::string(21, '1')), flt, Int(1)}, "0 M O2:8 D"},
         {"vrn_PercStrEval", {text, flt, host::Float(1)}, inv + " M D"},
