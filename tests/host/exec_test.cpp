@@ -53,15 +53,6 @@ protected:
     std::string exec_, fixture_;
 };
 
-std::vector<std::string> LinesStartingWith(const std::string& text, const std::string& prefix) {
-    std::vector<std::string> lines;
-    std::istringstream in(text);
-    for (std::string line; std::getline(in, line);) {
-        if (line.rfind(prefix, 0) == 0) lines.push_back(line.substr(prefix.size()));
-    }
-    return lines;
-}
-
 testing::AssertionResult Has(const std::string& text, const std::string& piece) {
     if (text.find(piece) != std::string::npos) return testing::AssertionSuccess();
     return testing::AssertionFailure() << "no " << piece << " in\n" << text;
@@ -94,7 +85,11 @@ TEST_F(ExecTest, ArgumentsReachTheProcedureAsTheServerTypesThem) {
     for (const Case& c : cases) script += std::string("EXEC fx_Echo ") + c.argument + "\n";
     const Outcome run = Exec(script);
     ASSERT_EQ(run.exitCode, 0) << run.err;
-    const std::vector<std::string> seen = LinesStartingWith(run.out, "1: ");
+    std::vector<std::string> seen;  // the first parameter's line of each call
+    std::istringstream lines(run.out);
+    for (std::string line; std::getline(lines, line);) {
+        if (line.rfind("1: ", 0) == 0) seen.push_back(line.substr(3));
+    }
     ASSERT_EQ(seen.size(), std::size(cases)) << run.out;
     for (size_t i = 0; i < seen.size(); ++i) EXPECT_EQ(seen[i], cases[i].seen) << cases[i].argument;
 }
