@@ -68,5 +68,11 @@ TEST(LibraryEntry, AttachCreatesTheLocksDetachClosesThem) {
               std::set<platform::LockHandle>{nullptr});
 }
 
+// A lock that couldn't be created at load: waits fail, and only a time-out stops a procedure.
+TEST(LibraryEntry, NoLockFailsEveryWait) {
+    EXPECT_EQ(platform::WaitLock(nullptr, 0), platform::kWaitFailed);
+    EXPECT_FALSE(platform::ReleaseLock(nullptr));
+}
+
 }  // namespace
 }  // namespace vrn

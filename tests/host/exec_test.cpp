@@ -16,11 +16,6 @@ struct Outcome {
     std::string out, err;
 };
 
-std::string Env(const char* name) {
-    const char* value = std::getenv(name);
-    return value ? value : "";
-}
-
 // A Windows console program ends its lines with CR LF: compare them as plain line ends.
 std::string ReadOutput(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
@@ -34,9 +29,10 @@ std::string Quoted(const std::string& path) { return "\"" + path + "\""; }
 class ExecTest : public testing::Test {
 protected:
     void SetUp() override {
-        exec_ = Env("VRN_EXEC");
-        fixture_ = Env("VRN_FIXTURE");
-        if (exec_.empty() || fixture_.empty()) GTEST_SKIP() << "VRN_EXEC and VRN_FIXTURE name the tool and its fixture";
+        const char *exec = std::getenv("VRN_EXEC"), *fixture = std::getenv("VRN_FIXTURE");
+        if (!exec || !*exec || !fixture) GTEST_SKIP() << "VRN_EXEC and VRN_FIXTURE name the tool and its fixture";
+        exec_ = exec;
+        fixture_ = fixture;
     }
 
     Outcome Exec(const std::string& script, const std::string& options = "") const {
@@ -57,28 +53,24 @@ protected:
     std::string exec_, fixture_;
 };
 
-std::vector<std::string> LinesStartingWith(const std::string& text, const std::string& prefix) {
-    std::vector<std::string> lines;
-    std::istringstream in(text);
-    for (std::string line; std::getline(in, line);) {
-        if (line.rfind(prefix, 0) == 0) lines.push_back(line.substr(prefix.size()));
-    }
-    return lines;
+testing::AssertionResult Has(const std::string& text, const std::string& piece) {
+    if (text.find(piece) != std::string::npos) return testing::AssertionSuccess();
+    return testing::AssertionFailure() << "no " << piece << " in\n" << text;
 }
 
 // What the procedure sees of one argument: type maxLength actualLength isNull isOutput hex.
-TEST_F(ExecTest, LiteralsAndCastsReachTheProcedureAsTheServerTypesThem) {
+TEST_F(ExecTest, ArgumentsReachTheProcedureAsTheServerTypesThem) {
     struct Case {
         const char* argument;
         const char* seen;
     };
     const Case cases[] = {
-        {"'x'", "167 1 1 0 0 78"}, {"'it''s'", "167 4 4 0 0 69742773"},
-        {"'caff\xC3\xA8 \xE2\x82\xAC'", "167 7 7 0 0 63616666E82080"}, {"N'\xC3\xA8'", "231 2 2 0 0 E800"},
-        {"N''", "231 2 0 0 0 "}, {"12", "38 4 4 0 0 0C000000"}, {"-2147483648", "38 4 4 0 0 00000080"},
+        {"@v", "167 30 2 0 0 6162"}, {"@c", "175 4 4 0 0 61202020"}, {"@t", "35 5 5 0 0 68656C6C6F"},
+        {"@o OUTPUT", "167 30 0 1 1 "}, {"'it''s'", "167 4 4 0 0 69742773"}, {"'caff\xC3\xA8 \xE2\x82\xAC'", "167 7 7 0 0 63616666E82080"},
+        {"N'\xC3\xA8'", "231 2 2 0 0 E800"}, {"N''", "231 2 0 0 0 "}, {"-2147483648", "38 4 4 0 0 00000080"},
         {"2147483648", "108 17 17 0 0 0100000080000000000000000000000000"},
-        {"-1.5", "108 17 17 0 0 000F000000000000000000000000000000"}, {"1e2", "109 8 8 0 0 0000000000005940"},
-        {"0x123", "165 2 2 0 0 0123"}, {"NULL", "31 0 0 1 0 "}, {"CAST(0x3130E8 AS varchar(3))", "167 3 3 0 0 3130E8"},
+        {"-1.5", "108 17 17 0 0 000F000000000000000000000000000000"}, {"0x123", "165 2 2 0 0 0123"},
+        {"NULL", "31 0 0 1 0 "}, {"CAST(0x3130E8 AS varchar(3))", "167 3 3 0 0 3130E8"},
         {"CAST(0x310032 AS char(5))", "175 5 5 0 0 3100322020"},
         {"CAST(N'\xE2\x82\xAC\xC5\xA0\xC5\xBE' AS varchar(3))", "167 3 3 0 0 808A9E"},
         {"CAST('ab' AS nchar(3))", "239 6 6 0 0 610062002000"}, {"CAST('abc' AS text)", "35 3 3 0 0 616263"},
@@ -89,34 +81,28 @@ TEST_F(ExecTest, LiteralsAndCastsReachTheProcedureAsTheServerTypesThem) {
         {"CAST(-0.5 AS numeric)", "108 17 17 0 0 0001000000000000000000000000000000"},
         {"CAST(NULL AS int)", "38 4 0 1 0 "}, {"CAST(1 AS binary(4))", "173 4 4 0 0 00000001"},
     };
-    std::string script;
+    std::string script = "DECLARE @v varchar(30) = 'ab', @c char(4) = 'a', @t text = 'hello', @o varchar(30)\n";
     for (const Case& c : cases) script += std::string("EXEC fx_Echo ") + c.argument + "\n";
     const Outcome run = Exec(script);
     ASSERT_EQ(run.exitCode, 0) << run.err;
-    const std::vector<std::string> seen = LinesStartingWith(run.out, "1: ");
+    std::vector<std::string> seen;  // the first parameter's line of each call
+    std::istringstream lines(run.out);
+    for (std::string line; std::getline(lines, line);) {
+        if (line.rfind("1: ", 0) == 0) seen.push_back(line.substr(3));
+    }
     ASSERT_EQ(seen.size(), std::size(cases)) << run.out;
     for (size_t i = 0; i < seen.size(); ++i) EXPECT_EQ(seen[i], cases[i].seen) << cases[i].argument;
 }
 
-TEST_F(ExecTest, VariablesPassTheirDeclaredTypeAndComeBackAsDelivered) {
+// An OUTPUT variable takes the next argument's value, unpadded and cut to its length.
+TEST_F(ExecTest, OutputsComeBackAsDelivered) {
     const Outcome run = Exec(
-        "DECLARE @v varchar(30) = 'ab', @c char(4) = 'a', @t text = 'hello', @o varchar(30), @rc int\n"
-        "EXEC @rc = fx_Echo @v, @c, @t, @o OUTPUT\n"
-        "SELECT @rc AS rc\n"
-        "-- an OUTPUT variable takes the next argument's value, unpadded and cut to its length\n"
-        "DECLARE @s char(10), @short varchar(2), @n nvarchar(3), @i smallint\n"
-        "EXEC fx_Echo @s OUTPUT, CAST(0x41E80042 AS varchar(4)), @short OUT, 'abcd', @n OUTPUT, N'\xC3\xA8', "
-        "@i OUTPUT, -1\n");
+        "DECLARE @s char(10), @short varchar(2), @n nvarchar(3), @i smallint, @rc int\n"
+        "EXEC @rc = fx_Echo @s OUTPUT, CAST(0x41E80042 AS varchar(4)), @short OUT, 'abcd', @n OUTPUT, N'\xC3\xA8', "
+        "@i OUTPUT, -1\nSELECT @rc AS rc\n");
     ASSERT_EQ(run.exitCode, 0) << run.err;
-    EXPECT_EQ(LinesStartingWith(run.out, "1: ")[0], "167 30 2 0 0 6162");
-    EXPECT_EQ(LinesStartingWith(run.out, "2: ")[0], "175 4 4 0 0 61202020");
-    EXPECT_EQ(LinesStartingWith(run.out, "3: ")[0], "35 5 5 0 0 68656C6C6F");
-    EXPECT_EQ(LinesStartingWith(run.out, "4: ")[0], "167 30 0 1 1 ");
-    EXPECT_NE(run.out.find("rc\n--\n 4\n"), std::string::npos) << run.out;
-    EXPECT_NE(run.out.find("@s = 'A\xC3\xA8\\x00" "B'\n@short = 'ab'\n@n = N'\xC3\xA8'\n@i = -1\n"
-                           "(return status = 8)\n"),
-              std::string::npos)
-        << run.out;
+    EXPECT_TRUE(Has(run.out, "@s = 'A\xC3\xA8\\x00" "B'\n@short = 'ab'\n@n = N'\xC3\xA8'\n@i = -1\n"
+                             "(return status = 8)\n\nrc\n--\n 8\n"));
 }
 
 TEST_F(ExecTest, JsonGivesEveryDeliveryExactly) {
@@ -145,7 +131,7 @@ TEST_F(ExecTest, JsonGivesEveryDeliveryExactly) {
                                  "\"value\":\"0.15000000000000002\"}",
                                  "\"value\":\"1\"", "\"value\":\"-0\"", "\"value\":\"inf\"",
                                  "\"9\":{\"type\":167,\"null\":true,\"length\":0,\"hex\":\"\",\"value\":null}"}) {
-        EXPECT_NE(second.find(expected), std::string::npos) << expected << "\n" << second;
+        EXPECT_TRUE(Has(second, expected));
     }
 }
 
@@ -153,36 +139,24 @@ TEST_F(ExecTest, RowSetsMessagesAndReturnStatus) {
     const Outcome human = Exec("EXEC fx_Rows");
     ASSERT_EQ(human.exitCode, 0) << human.err;
     EXPECT_EQ(human.out,
-              "fx_Rows\n"
-              "before the rows\n"
+              "fx_Rows\nbefore the rows\n"
               "Name  Count Status      When                    Data\n"
               "----- ----- ----------- ----------------------- ------\n"
               "caff\xC3\xA8    -2 -2147024809 2000-01-01 12:00:00.000 0xCAFE\n"
               "NULL      7           0 NULL                    NULL\n"
-              "\n"
-              "(2 rows affected)\n"
-              "Msg 50000, Level 16, State 3\n"
-              "fx_Rows\n"
-              "after the rows\n"
-              "(return status = -1)\n"
-              "\n");
+              "\n(2 rows affected)\nMsg 50000, Level 16, State 3\nfx_Rows\nafter the rows\n(return status = -1)\n\n");
     const Outcome json = Exec("EXEC fx_Rows", "--json");
-    EXPECT_NE(json.out.find("\"return\":-1,"), std::string::npos);
-    EXPECT_NE(json.out.find("\"done\":[{\"status\":17,\"info\":0,\"count\":2},{\"status\":0,\"info\":0,\"count\":0}]"),
-              std::string::npos);
-    EXPECT_NE(json.out.find("\"resultsets\":[{\"columns\":[{\"name\":\"Name\",\"type\":167,\"width\":20},"
-                            "{\"name\":\"Count\",\"type\":56,\"width\":0}"),
-              std::string::npos)
-        << json.out;
-    EXPECT_NE(json.out.find("\"rows\":[[\"caff\xC3\xA8\",\"-2\",\"-2147024809\",\"2000-01-01 12:00:00.000\",\"0xCAFE\"],"
-                            "[null,\"7\",\"0\",null,null]]"),
-              std::string::npos)
-        << json.out;
-    EXPECT_NE(json.out.find("\"events\":[{\"message\":0},{\"describe\":\"Name\"},{\"describe\":\"Count\"},"
-                            "{\"describe\":\"Status\"},{\"describe\":\"When\"},{\"describe\":\"Data\"},{\"row\":0},"
-                            "{\"row\":1},{\"done\":0},{\"message\":1},{\"done\":1}]}"),
-              std::string::npos)
-        << json.out;
+    for (const char* expected :
+         {"\"done\":[{\"status\":17,\"info\":0,\"count\":2},{\"status\":0,\"info\":0,\"count\":0}]",
+          "\"resultsets\":[{\"columns\":[{\"name\":\"Name\",\"type\":167,\"width\":20},"
+          "{\"name\":\"Count\",\"type\":56,\"width\":0}",
+          "\"rows\":[[\"caff\xC3\xA8\",\"-2\",\"-2147024809\",\"2000-01-01 12:00:00.000\",\"0xCAFE\"],"
+          "[null,\"7\",\"0\",null,null]]",
+          "\"events\":[{\"message\":0},{\"describe\":\"Name\"},{\"describe\":\"Count\"},{\"describe\":\"Status\"},"
+          "{\"describe\":\"When\"},{\"describe\":\"Data\"},{\"row\":0},{\"row\":1},{\"done\":0},{\"message\":1},"
+          "{\"done\":1}]}"}) {
+        EXPECT_TRUE(Has(json.out, expected));
+    }
 }
 
 // SELECT shows each type as a client would see it.
@@ -214,33 +188,20 @@ TEST_F(ExecTest, BatchSyntax) {
         "SELECT @a, 1e2 [hundred], 'x' AS 'quoted' PRINT 'end'\n");
     ASSERT_EQ(run.exitCode, 0) << run.err;
     EXPECT_EQ(run.out,
-              "-7\n"
-              "\n"
-              "two\n"
-              "lines\n"
-              "1: 38 4 4 0 1 F9FFFFFF\n"
-              "2: 38 4 4 0 0 03000000\n"
-              "@a = 3\n"
-              "(return status = 2)\n"
-              "\n"
-              "(return status = 0)\n"
-              "\n"
-              "@a hundred quoted\n"
-              "-- ------- ------\n"
-              " 1     100 x\n"
-              "\n"
-              "(1 row affected)\n"
-              "\n"
-              "end\n");
+              "-7\n\ntwo\nlines\n1: 38 4 4 0 1 F9FFFFFF\n2: 38 4 4 0 0 03000000\n@a = 3\n(return status = 2)\n\n"
+              "(return status = 0)\n\n"
+              "@a hundred quoted\n-- ------- ------\n 1     100 x\n\n(1 row affected)\n\nend\n");
 }
 
-// A bad script runs nothing, says where it is wrong, and exits non-zero.
-TEST_F(ExecTest, ScriptErrorsGiveTheirLine) {
-    struct Case {
+// A bad script runs nothing, a failing statement stops the rest; both give the
+// line and exit non-zero.
+TEST_F(ExecTest, ErrorsGiveTheirLine) {
+    const std::string noLib = "--lib /nonexistent/libvrn.so";
+    const struct {
         const char* script;
         const char* error;
-    };
-    const Case cases[] = {
+        std::string out = "", options = "";
+    } cases[] = {
         {"PRINT 'a'\nSELECT @x", "line 2: Must declare the scalar variable \"@x\"."},
         {"DECLARE @a int\nDECLARE @A int", "line 2: The variable name '@A' has already been declared."},
         {"SELECT 'x", "line 1: unclosed quotation mark"},
@@ -253,34 +214,20 @@ TEST_F(ExecTest, ScriptErrorsGiveTheirLine) {
         {"PRINT 1\nPRINT '\xE8'", "line 2: the script isn't valid UTF-8"},
         {"PRINT 1 2", "line 1: expected a statement (DECLARE, SET, EXEC, SELECT, PRINT, WAITFOR or GO), found '2'"},
         {"WAITFOR DELAY '00:60:00'", "line 1: expected a time as 'hh:mm:ss', found '00:60:00'"},
+        {"PRINT 'before'\nEXEC fx_Nope 1\nPRINT 'after'", "line 2: Could not find stored procedure 'fx_Nope'.\n",
+         "before\n"},
+        {"DECLARE @s smallint, @i int = 40000\nSET @s = @i",
+         "line 2: Arithmetic overflow error converting expression to data type smallint.\n"},
+        {"PRINT 'before'\nEXEC fx_Echo", "line 2: cannot load the library: ", "before\n", noLib},
     };
-    for (const Case& c : cases) {
-        const Outcome run = Exec(c.script);
+    for (const auto& c : cases) {
+        const Outcome run = Exec(c.script, c.options);
         EXPECT_EQ(run.exitCode, 1) << c.script;
-        EXPECT_EQ(run.out, "") << c.script;
+        EXPECT_EQ(run.out, c.out) << c.script;
         EXPECT_EQ(run.err.rfind(std::string("vrn-exec: ") + c.error, 0), 0u) << c.script << "\n" << run.err;
     }
-}
-
-TEST_F(ExecTest, RunTimeErrorsStopAfterWhatRan) {
-    const Outcome unknown = Exec("PRINT 'before'\nEXEC fx_Nope 1\nPRINT 'after'");
-    EXPECT_EQ(unknown.exitCode, 1);
-    EXPECT_EQ(unknown.out, "before\n");
-    EXPECT_EQ(unknown.err, "vrn-exec: line 2: Could not find stored procedure 'fx_Nope'.\n");
-
-    const Outcome overflow = Exec("DECLARE @s smallint, @i int = 40000\nSET @s = @i");
-    EXPECT_EQ(overflow.exitCode, 1);
-    EXPECT_EQ(overflow.err, "vrn-exec: line 2: Arithmetic overflow error converting expression to data type smallint.\n");
-}
-
-TEST_F(ExecTest, ScriptsWithoutExecNeedNoLibrary) {
-    const Outcome printed = Exec("PRINT N'ok'", "--lib /nonexistent/libvrn.so");
-    EXPECT_EQ(printed.exitCode, 0);
-    EXPECT_EQ(printed.out, "ok\n");
-
-    const Outcome missing = Exec("EXEC fx_Echo", "--lib /nonexistent/libvrn.so");
-    EXPECT_EQ(missing.exitCode, 1);
-    EXPECT_EQ(missing.err.rfind("vrn-exec: line 1: cannot load the library: ", 0), 0u) << missing.err;
+    const Outcome printed = Exec("PRINT N'ok'", noLib);  // no EXEC, no library needed
+    EXPECT_EQ(std::make_pair(printed.exitCode, printed.out), std::make_pair(0, std::string("ok\n")));
 }
 
 }  // namespace
