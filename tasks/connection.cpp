@@ -9,6 +9,11 @@ int32_t SchedulerConnection::Open() {
     return source_.CreateScheduler(&scheduler_);
 }
 
+int32_t SchedulerConnection::OpenTask(const char16_t* name, std::unique_ptr<Task>* task) {
+    const int32_t result = Open();
+    return Failed(result) ? result : scheduler_->Activate(name, task);
+}
+
 void SchedulerConnection::Close() {
     scheduler_.reset();
     if (initialized_) {

@@ -22,6 +22,9 @@ public:
 
     // Initialize, then CreateScheduler: the first failure is the result.
     [[nodiscard]] int32_t Open();
+    // Open, then Activate(name): the first failure is the result. The task
+    // must be gone before the connection.
+    [[nodiscard]] int32_t OpenTask(const char16_t* name, std::unique_ptr<Task>* task);
     // Releases the scheduler, then gives back the initialisation; idempotent.
     // Objects that the scheduler handed out must be gone first: declare them
     // after the connection, or reset them before.

@@ -138,12 +138,9 @@ int32_t DeleteTask(const char16_t* name) {
 template <class Work>
 int32_t OnTask(const char16_t* name, Work work) {
     SchedulerConnection connection;
-    int32_t result = connection.Open();
-    if (Failed(result)) return result;
     std::unique_ptr<Task> task;
-    result = connection.scheduler().Activate(name, &task);
-    if (Failed(result)) return result;
-    return work(*task);
+    const int32_t result = connection.OpenTask(name, &task);
+    return Failed(result) ? result : work(*task);
 }
 
 int32_t ZeroOnSuccess(int32_t result) { return Failed(result) ? result : kOk; }

@@ -181,10 +181,8 @@ int32_t ChangeTriggers(Task& task, uint32_t* index, const TASK_TRIGGER& trigger,
 int32_t ApplyTriggerOperation(SRV_PROC* srvproc, const char16_t* name, uint32_t* index, const TASK_TRIGGER* trigger,
                               int mode) {
     SchedulerConnection connection;
-    int32_t result = connection.Open();
-    if (Failed(result)) return result;
     std::unique_ptr<Task> task;
-    result = connection.scheduler().Activate(name, &task);
+    int32_t result = connection.OpenTask(name, &task);
     if (Failed(result)) return result;
     if (mode == kTriggerEnum) return SendTriggerRows(srvproc, *task, connection.source());
     std::unique_ptr<PersistFile> persist;
