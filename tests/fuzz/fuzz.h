@@ -10,7 +10,7 @@
 #include "frame/srv.h"
 #include "host/host.h"
 
-// Every export; the params target and seeds.py index this list.
+// Every export; the params target and scripts/fuzz-seeds.py index this list.
 #define VRN_FUZZ_EXPORTS(X)                                                                                     \
     X(vrn_PercStrNormalize) X(vrn_PercStrEval) X(vrn_PercStrSymb_GetMutex) X(vrn_PercStrSymb_ReleaseMutex)     \
     X(vrn_PercStrSymb_Init) X(vrn_PercStrSymb_SetVar) X(vrn_PercStrSymb_Eval) X(vrn_PercStrSymb_ErrorInfo)      \

@@ -6,10 +6,22 @@
 #include <fstream>
 #include <iterator>
 #include <sstream>
-
-#include "process.h"
+#ifndef _WIN32
+#include <sys/wait.h>
+#endif
 
 namespace {
+
+// The program's exit code, or -1. cmd.exe takes the whole line as one quoted
+// argument when it starts with a quote.
+int RunCommand(const std::string& commandLine) {
+#ifdef _WIN32
+    return std::system(("\"" + commandLine + "\"").c_str());
+#else
+    const int status = std::system(commandLine.c_str());
+    return status != -1 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+#endif
+}
 
 struct Outcome {
     int exitCode = -1;
@@ -44,7 +56,7 @@ protected:
                                     Quoted(scriptPath) + " >" + Quoted(scriptPath + ".out") + " 2>" +
                                     Quoted(scriptPath + ".err");
         Outcome run;
-        run.exitCode = vrn::test::RunCommand(command);
+        run.exitCode = RunCommand(command);
         run.out = ReadOutput(scriptPath + ".out");
         run.err = ReadOutput(scriptPath + ".err");
         return run;

@@ -1,18 +1,36 @@
-// FormatBounded keeps the point of the C locale under a locale with a decimal comma.
-#include "frame/convert.h"
-
+// Where the portable frame differs from the system's: no best fit in the code
+// page, the C locale's point whatever the locale, locks that outlive a close.
 #include <gtest/gtest.h>
 
 #include <clocale>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <future>
 #include <string>
+#include <thread>
+#include <utility>
 
 #include <unistd.h>
 
+#include "frame/convert.h"
+#include "frame/platform.h"
+
 namespace vrn {
 namespace {
+
+using NarrowPtr = platform::HeapPtr<char>;
+
+TEST(TextConversion, UnmappableCharactersBecomeTheDefault) {
+    // No best fit: U+0100 doesn't become 'A'; a surrogate pair is one character.
+    const std::pair<std::u16string, std::string> cases[] = {
+        {u"\u0100", "?"}, {u"\u0080x", "?x"}, {u"\u4E2D\u6587", "??"}, {u"a\U0001F600b", "a?b"},
+        {u"\xD800z", "?z"}, {u"\u20AC\u00E8", "\x80\xE8"}};
+    for (const auto& [wide, narrow] : cases) {
+        NarrowPtr result(WideToAnsi(wide.c_str()));
+        EXPECT_EQ(std::string(result.get()), narrow);
+    }
+}
 
 // A locale with a decimal comma, made in a private folder when the system has none.
 bool SetCommaLocale(const std::filesystem::path& folder) {
@@ -35,6 +53,21 @@ TEST(FormatBounded, UsesThePointWhateverTheLocale) {
     std::setlocale(LC_ALL, "C");
     if (!made || std::string(comma) != "1,50") GTEST_SKIP() << "no locale with a decimal comma";
     EXPECT_STREQ(point, "1.50");
+}
+
+TEST(Lock, ClosedWhileHeldLivesUntilTheOwnerLetsGo) {
+    platform::LockHandle handle = platform::CreateLock();
+    std::promise<void> taken, closed;
+    std::thread owner([&] {
+        (void)platform::WaitLock(handle, 0);
+        taken.set_value();
+        closed.get_future().wait();
+        EXPECT_TRUE(platform::ReleaseLock(handle));
+    });
+    taken.get_future().wait();
+    platform::CloseLock(handle);
+    closed.set_value();
+    owner.join();
 }
 
 }  // namespace

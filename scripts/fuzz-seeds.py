@@ -1,13 +1,13 @@
 #!/usr/bin/env python3
 """Writes the fuzz targets' seed corpora from the golden scripts' calls:
-tests/fuzz/seeds.py (run from anywhere; replaces tests/fuzz/corpus/)."""
+scripts/fuzz-seeds.py (run from anywhere; replaces tests/fuzz/corpus/)."""
 import hashlib
 import pathlib
 import re
 import shutil
 import struct
 
-ROOT = pathlib.Path(__file__).resolve().parents[2]
+ROOT = pathlib.Path(__file__).resolve().parents[1]
 CORPUS = ROOT / "tests/fuzz/corpus"
 
 # The exports in the order of fuzz.h's list, which the params target indexes.
