@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
-"""Writes the fuzz targets' seed corpora from the golden scripts' calls:
-scripts/fuzz-seeds.py (run from anywhere; replaces tests/fuzz/corpus/)."""
+"""Adds the golden scripts' calls to the fuzz targets' seed corpora in
+tests/fuzz/corpus/: scripts/fuzz-seeds.py, from anywhere. Seeds are named by
+their hash, so a second run adds only what is new, and none is removed."""
 import hashlib
 import pathlib
 import re
-import shutil
 import struct
 
 ROOT = pathlib.Path(__file__).resolve().parents[1]
@@ -75,7 +75,6 @@ def write(target, data):
 
 
 def main():
-    shutil.rmtree(CORPUS, ignore_errors=True)
     for path in sorted((ROOT / "tests/sql").glob("*.sql")):
         script = path.read_text(encoding="utf-8")
         types = declared(script)
