@@ -122,12 +122,15 @@ int main(int argc, char** argv) {
         script.assign(std::istreambuf_iterator<char>(std::cin), {});
     }
 
-    vrn::exec::RunOptions run;
-    run.libraryPath = o.library.empty() ? vrn::host::DefaultLibraryPath() : o.library;
+    std::optional<std::u16string> instanceName;
     if (o.instance) {
-        run.instanceName = Utf16Of(*o.instance);
-        if (!run.instanceName) return UsageError("the instance name isn't UTF-8");
+        instanceName = Utf16Of(*o.instance);
+        if (!instanceName) return UsageError("the instance name isn't UTF-8");
     }
+    const std::unique_ptr<vrn::exec::Procedures> procedures = vrn::exec::MakeLibraryProcedures(
+        o.library.empty() ? vrn::host::DefaultLibraryPath() : o.library, instanceName);
+    vrn::exec::RunOptions run;
+    run.procedures = procedures.get();
     std::unique_ptr<vrn::exec::Reporter> reporter =
         o.json ? vrn::exec::MakeJsonReporter(std::cout) : vrn::exec::MakeHumanReporter(std::cout);
     try {

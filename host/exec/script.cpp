@@ -134,7 +134,7 @@ private:
             t.kind = Tok::Word;
             t.text = Utf8Of(text_.substr(start, pos_ - start));
             if (Lower(t.text) == "go" && AloneOnLine(pos_)) t.kind = Tok::Go;
-        } else if (std::u32string_view(U"(),;=.+-*").find(c) != std::u32string_view::npos) {
+        } else if (std::u32string_view(U"(),;=.+-*<>!").find(c) != std::u32string_view::npos) {
             t.kind = Tok::Symbol;
             t.text = static_cast<char>(c);
             ++pos_;
@@ -225,7 +225,8 @@ private:
 
 class Parser {
 public:
-    explicit Parser(std::vector<Token> tokens) : tokens_(std::move(tokens)) {}
+    Parser(std::vector<Token> tokens, const std::vector<std::string>& predeclared)
+        : tokens_(std::move(tokens)), declared_(predeclared.begin(), predeclared.end()) {}
 
     std::vector<Batch> Run() {
         std::vector<Batch> batches(1);
@@ -270,7 +271,8 @@ private:
     }
 
     [[noreturn]] void Fail(const std::string& expected) const {
-        throw ScriptError(Peek().line, "expected " + expected + ", found " + Describe(Peek()));
+        throw ScriptError(Peek().line, "expected " + expected + ", found " + Describe(Peek()), kErrorSyntax,
+                          Peek().kind == Tok::End ? std::string() : Peek().text);
     }
 
     void Expect(const char* symbol) {
@@ -294,9 +296,19 @@ private:
         if (IsWord(first, "declare")) {
             Take();
             ParseDeclare(s);
+        } else if (IsWord(first, "set") && Peek(1).kind == Tok::Word) {
+            Take();
+            SkipOption(s);
         } else if (IsWord(first, "set")) {
             Take();
             ParseSet(s);
+        } else if (IsWord(first, "begin") || IsWord(first, "commit") || IsWord(first, "rollback") ||
+                   IsWord(first, "save")) {
+            Take();
+            ParseTransaction(s);
+        } else if (IsWord(first, "if")) {
+            Take();
+            return ParseTransactionIf();
         } else if (IsWord(first, "exec") || IsWord(first, "execute")) {
             Take();
             ParseExec(s);
@@ -314,6 +326,39 @@ private:
             Fail("a statement (DECLARE, SET, EXEC, SELECT, PRINT, WAITFOR or GO)");
         }
         return s;
+    }
+
+    // SET NOCOUNT ON, SET TRANSACTION ISOLATION LEVEL ..., SET TEXTSIZE n: what
+    // drivers send on connect, taken and ignored up to the next statement.
+    void SkipOption(Statement& s) {
+        s.kind = Statement::Kind::Option;
+        while (Peek().kind != Tok::End && Peek().kind != Tok::Go && !IsSymbol(Peek(), ";") &&
+               !(Peek().kind == Tok::Word && StartsStatement(Peek()))) {
+            Take();
+        }
+    }
+
+    // BEGIN TRAN[SACTION] [name], COMMIT, ROLLBACK, SAVE: there is nothing to transact.
+    void ParseTransaction(Statement& s) {
+        s.kind = Statement::Kind::Transaction;
+        if (IsWord(Peek(), "tran") || IsWord(Peek(), "transaction") || IsWord(Peek(), "work")) {
+            Take();
+            if (Peek().kind == Tok::Variable || (Peek().kind == Tok::Word && !StartsStatement(Peek()))) Take();
+        } else if (IsWord(tokens_[pos_ - 1], "begin") || IsWord(tokens_[pos_ - 1], "save")) {
+            Fail("TRAN or TRANSACTION");
+        }
+    }
+
+    // IF @@TRANCOUNT > 0 COMMIT|ROLLBACK ..., as drivers end a transaction.
+    Statement ParseTransactionIf() {
+        if (Peek().kind != Tok::Variable || Lower(Peek().text) != "@@trancount") Fail("@@TRANCOUNT (IF takes no other condition)");
+        Take();
+        Expect(">");
+        if (Peek().kind != Tok::Number || Peek().text != "0") Fail("0");
+        Take();
+        const Token& next = Peek();
+        if (!IsWord(next, "commit") && !IsWord(next, "rollback")) Fail("COMMIT or ROLLBACK");
+        return ParseStatement();
     }
 
     void ParseDeclare(Statement& s) {
@@ -365,11 +410,11 @@ private:
         }
         if (!StartsExpression()) return;
         do {
-            if (Peek().kind == Tok::Variable && IsSymbol(Peek(1), "=")) {
-                throw ScriptError(Peek().line, "named parameters (" + Peek().text +
-                                                   " = value) are not supported: pass the parameters in order");
-            }
             Argument a;
+            if (Peek().kind == Tok::Variable && IsSymbol(Peek(1), "=")) {
+                a.name = Take().text;
+                Take();
+            }
             a.value = ParseExpression();
             if (IsWord(Peek(), "output") || IsWord(Peek(), "out")) {
                 if (a.value.kind != Expression::Kind::Variable) {
@@ -390,7 +435,7 @@ private:
             }
             SelectItem item;
             const Token& start = Peek();
-            item.header = start.kind == Tok::Variable ? start.text : "";
+            item.header = start.kind == Tok::Variable && start.text.rfind("@@", 0) != 0 ? start.text : "";
             item.value = ParseExpression();
             if (IsWord(Peek(), "as")) {
                 Take();
@@ -431,7 +476,8 @@ private:
     }
 
     static bool StartsStatement(const Token& t) {
-        for (const char* keyword : {"declare", "set", "exec", "execute", "select", "print", "waitfor"}) {
+        for (const char* keyword : {"declare", "set", "exec", "execute", "select", "print", "waitfor", "begin",
+                                    "commit", "rollback", "save", "if"}) {
             if (IsWord(t, keyword)) return true;
         }
         return false;
@@ -442,15 +488,18 @@ private:
         switch (t.kind) {
         case Tok::String: case Tok::NString: case Tok::Binary: case Tok::Number: case Tok::Variable: return true;
         case Tok::Symbol: return t.text == "-" || t.text == "+" || t.text == "(";
-        case Tok::Word: return IsWord(t, "null") || IsWord(t, "cast") || IsWord(t, "convert");
+        case Tok::Word:
+            return IsWord(t, "null") || IsWord(t, "cast") || IsWord(t, "convert") || IsWord(t, "serverproperty");
         default: return false;
         }
     }
 
     std::string VariableKey(const Token& t) {
         const std::string key = Lower(t.text);
-        if (key.rfind("@@", 0) == 0) throw ScriptError(t.line, "system variables (" + t.text + ") are not supported");
-        if (!declared_.count(key)) throw ScriptError(t.line, "Must declare the scalar variable \"" + t.text + "\".");
+        if (key.rfind("@@", 0) == 0) throw ScriptError(t.line, "system variables (" + t.text + ") can't be set", kErrorSyntax, t.text);
+        if (!declared_.count(key)) {
+            throw ScriptError(t.line, "Must declare the scalar variable \"" + t.text + "\".", kErrorUndeclared);
+        }
         return key;
     }
 
@@ -470,6 +519,7 @@ private:
         case Tok::Number: Take(); return AtLine(line, [&] { return Literal(NumberLiteral(t.text)); });
         case Tok::Variable: {
             Take();
+            if (Lower(t.text).rfind("@@", 0) == 0) return SystemValue(Lower(t.text), {});
             Expression e;
             e.kind = Expression::Kind::Variable;
             e.variable = VariableKey(t);
@@ -494,6 +544,14 @@ private:
             Take();
             return Literal(NullLiteral());
         }
+        if (IsWord(t, "serverproperty")) {
+            Take();
+            Expect("(");
+            if (Peek().kind != Tok::String && Peek().kind != Tok::NString) Fail("a property name");
+            const std::string property = Take().text;
+            Expect(")");
+            return SystemValue("serverproperty", property);
+        }
         if (IsWord(t, "cast")) {
             Take();
             Expect("(");
@@ -514,6 +572,14 @@ private:
             return CastOf(std::move(inner), std::move(type), line);
         }
         Fail("a value (a literal, a variable, NULL or CAST)");
+    }
+
+    static Expression SystemValue(std::string name, std::string argument) {
+        Expression e;
+        e.kind = Expression::Kind::System;
+        e.variable = std::move(name);
+        e.argument = std::move(argument);
+        return e;
     }
 
     // A CAST of a literal is done once, here, so its mistakes show before anything runs.
@@ -566,10 +632,10 @@ int FirstBadUtf8Line(const std::string& text) {
 
 }  // namespace
 
-std::vector<Batch> ParseScript(const std::string& utf8) {
+std::vector<Batch> ParseScript(const std::string& utf8, const std::vector<std::string>& predeclared) {
     std::optional<std::u32string> text = DecodeUtf8(utf8);
     if (!text) throw ScriptError(FirstBadUtf8Line(utf8), "the script isn't valid UTF-8");
-    return Parser(Lexer(std::move(*text)).Run()).Run();
+    return Parser(Lexer(std::move(*text)).Run(), predeclared).Run();
 }
 
 }  // namespace vrn::exec
