@@ -1,5 +1,7 @@
 // vrn-exec: runs T-SQL batches against the library as the server would call it.
+#include <cstdlib>
 #include <cstring>
+#include <map>
 #include <fstream>
 #include <iostream>
 #include <iterator>
@@ -9,19 +11,23 @@
 #include "host/exec/runner.h"
 #include "host/exec/script.h"
 #include "host/exec/text.h"
+#include "host/tds/client.h"
 
 namespace {
 
 constexpr const char* kUsage =
     "usage: vrn-exec [--lib PATH] [--json] [--instance NAME] [--task-store DIR] [-Q TEXT | FILE | -]\n"
     "       vrn-exec [--lib PATH] [--task-store DIR] --run-due\n"
+    "       vrn-exec --server HOST:PORT --user NAME [--tds 7.1|7.2|7.3|7.4] [--json] [-Q TEXT | FILE | -]\n"
     "Runs T-SQL batches (DECLARE, SET, EXEC, SELECT, PRINT, GO) against the library.\n"
     "  -Q TEXT          run TEXT; otherwise FILE, or standard input when none or '-'\n"
     "  --lib PATH       the library to load (default: $VRN_LIB, else libvrn.so of the build)\n"
     "  --json           one JSON object per EXEC instead of a client's text\n"
     "  --instance NAME  the instance name the host gives the procedures (none by default)\n"
     "  --task-store DIR the folder of the scheduled tasks (sets VRN_TASK_STORE)\n"
-    "  --run-due        start the stored tasks that came due since the previous look, and end\n";
+    "  --run-due        start the stored tasks that came due since the previous look, and end\n"
+    "  --server ADDR    call the procedures on a server over TDS instead, as NAME with the\n"
+    "                   password in $VRN_PASSWORD; --tds: the protocol version to ask for\n";
 
 struct Options {
     std::string library;
@@ -30,6 +36,9 @@ struct Options {
     std::optional<std::string> query;
     std::optional<std::string> file;
     bool runDue = false;
+    std::optional<std::string> server;
+    std::string user;
+    uint32_t tdsVersion = 0x74000004;
 };
 
 int UsageError(const std::string& why) {
@@ -89,6 +98,15 @@ int main(int argc, char** argv) {
         } else if (auto v = value("--task-store")) {
             if (v->empty()) return UsageError("--task-store needs a folder");
             if (!vrn::exec::SetEnvironment("VRN_TASK_STORE", v->c_str())) return UsageError("can't set VRN_TASK_STORE");
+        } else if (auto v = value("--server")) {
+            o.server = *v;
+        } else if (auto v = value("--user")) {
+            o.user = *v;
+        } else if (auto v = value("--tds")) {
+            const std::map<std::string, uint32_t> versions = {
+                {"7.1", 0x71000001}, {"7.2", 0x72090002}, {"7.3", 0x730B0003}, {"7.4", 0x74000004}};
+            if (!versions.count(*v)) return UsageError("--tds takes 7.1, 7.2, 7.3 or 7.4");
+            o.tdsVersion = versions.at(*v);
         } else if (arg == "--run-due") {
             o.runDue = true;
         } else if (auto v = value("-Q")) {
@@ -127,8 +145,20 @@ int main(int argc, char** argv) {
         instanceName = Utf16Of(*o.instance);
         if (!instanceName) return UsageError("the instance name isn't UTF-8");
     }
-    const std::unique_ptr<vrn::exec::Procedures> procedures = vrn::exec::MakeLibraryProcedures(
-        o.library.empty() ? vrn::host::DefaultLibraryPath() : o.library, instanceName);
+    std::unique_ptr<vrn::exec::Procedures> procedures;
+    if (o.server) {
+        if (o.instance) return UsageError("--instance is the server's, not the client's");
+        const char* password = std::getenv("VRN_PASSWORD");
+        try {
+            procedures = vrn::tds::ConnectProcedures({*o.server, o.user, password ? password : "", o.tdsVersion});
+        } catch (const vrn::exec::ScriptError& e) {
+            std::cerr << "vrn-exec: " << *o.server << ": " << e.what() << "\n";
+            return 1;
+        }
+    } else {
+        procedures = vrn::exec::MakeLibraryProcedures(o.library.empty() ? vrn::host::DefaultLibraryPath() : o.library,
+                                                      instanceName);
+    }
     vrn::exec::RunOptions run;
     run.procedures = procedures.get();
     std::unique_ptr<vrn::exec::Reporter> reporter =

@@ -171,6 +171,7 @@ void Runner::Exec(const Statement& s) {
         p.isOutput = a.output;
         call.params.push_back(std::move(p));
         call.names.push_back(a.name);
+        call.types.push_back(v.type);
         report.parameterTypes.push_back(v.type);
     }
     if (!options_.procedures) {

@@ -23,6 +23,7 @@ public:
         std::string procedure;
         std::vector<host::Param> params;
         std::vector<std::string> names;  // @name of each parameter passed by name, else empty
+        std::vector<SqlType> types;      // each parameter's type as the script has it
         int line = 0;
     };
     [[nodiscard]] virtual std::optional<host::CallResult> Execute(const Call& call) = 0;

@@ -260,6 +260,10 @@ bool ReadValue(Reader& r, const TypeInfo& t, Value& value, size_t maxBytes, bool
     if (!row) return false;
     if (t.IsPlp()) return ReadPlp(r, value, maxBytes);
     size_t length = 0;
+    if (t.type == kNull) {
+        value.reset();
+        return r.ok();
+    }
     switch (row->layout) {
     case Layout::Fixed: length = row->width; break;
     case Layout::Byte: case Layout::Scaled:
