@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
-# Builds and runs one fuzz target (percstr, symbolic, formula, params):
+# Builds and runs one fuzz target (percstr, symbolic, formula, params, tds):
 #   scripts/fuzz.sh TARGET MINUTES     runs it that long
 #   scripts/fuzz.sh TARGET --runs N    runs N inputs, the same ones every time (CI)
 # It starts from the seeds in tests/fuzz/corpus/TARGET and keeps what it learns
 # in build-fuzz/corpus/TARGET; a crash lands in build-fuzz/artifacts/.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
-target=${1:?target: percstr, symbolic, formula or params}
+target=${1:?target: percstr, symbolic, formula, params or tds}
 shift
 case ${1:-} in
   --runs) limit=(-runs="${2:?number of runs}" -seed=1) ;;

@@ -96,28 +96,23 @@ public:
     // One whole message: its packets' payloads joined. False when the client
     // left or broke the framing; then the connection ends.
     bool ReadMessage(uint8_t& type, Bytes& payload, size_t maxBytes) {
-        payload.clear();
+        tds::MessageAssembler assembler(maxBytes);
+        Bytes body;
         for (;;) {
             uint8_t header[tds::kHeaderSize];
             if (!ReadExact(header, sizeof header)) return false;
             const tds::PacketHeader h = tds::ReadPacketHeader(header);
-            if (h.length < tds::kHeaderSize || h.length > tds::kMaxPacketSize) return false;
-            const size_t n = h.length - tds::kHeaderSize;
-            if (h.type == tds::kAttention) {
-                // An attention stands alone, whatever came before it.
-                Bytes ignored(n);
-                if (!ReadExact(ignored.data(), n)) return false;
-                type = tds::kAttention;
-                payload.clear();
+            if (assembler.Check(h) == tds::MessageAssembler::Step::Broken) return false;
+            body.resize(h.length - tds::kHeaderSize);
+            if (!ReadExact(body.data(), body.size())) return false;
+            switch (assembler.Add(h, body.data(), body.size())) {
+            case tds::MessageAssembler::Step::Broken: return false;
+            case tds::MessageAssembler::Step::More: break;
+            case tds::MessageAssembler::Step::Done:
+                type = assembler.type();
+                payload = std::move(assembler.payload());
                 return true;
             }
-            if (!payload.empty() && h.type != type) return false;
-            if (n > maxBytes - payload.size()) return false;
-            type = h.type;
-            const size_t at = payload.size();
-            payload.resize(at + n);
-            if (!ReadExact(payload.data() + at, n)) return false;
-            if (h.status & tds::kStatusEndOfMessage) return true;
         }
     }
 

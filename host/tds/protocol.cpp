@@ -25,6 +25,28 @@ PacketHeader ReadPacketHeader(const uint8_t* b) {
     return h;
 }
 
+MessageAssembler::Step MessageAssembler::Check(const PacketHeader& h) const {
+    if (h.length < kHeaderSize || h.length > kMaxPacketSize) return Step::Broken;
+    if (h.type != kAttention && open_ && h.type != type_) return Step::Broken;
+    if (h.type != kAttention && open_ && h.length - kHeaderSize > maxBytes_ - payload_.size()) return Step::Broken;
+    return Step::More;
+}
+
+MessageAssembler::Step MessageAssembler::Add(const PacketHeader& h, const uint8_t* body, size_t n) {
+    if (Check(h) == Step::Broken || n != size_t{h.length} - kHeaderSize) return Step::Broken;
+    if (!open_ || h.type == kAttention) payload_.clear();
+    if (h.type == kAttention) {
+        open_ = false;
+        type_ = kAttention;
+        return Step::Done;
+    }
+    if (n > maxBytes_ - payload_.size()) return Step::Broken;
+    type_ = h.type;
+    payload_.insert(payload_.end(), body, body + n);
+    open_ = !(h.status & kStatusEndOfMessage);
+    return open_ ? Step::More : Step::Done;
+}
+
 void AppendPackets(Bytes& out, uint8_t type, const Bytes& payload, uint32_t packetSize, uint16_t spid) {
     const size_t room = std::clamp<uint32_t>(packetSize, kMinPacketSize, kMaxPacketSize) - kHeaderSize;
     size_t at = 0;

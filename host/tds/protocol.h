@@ -56,6 +56,27 @@ struct PacketHeader {
 };
 PacketHeader ReadPacketHeader(const uint8_t* eightBytes);
 
+// Joins packets into messages. An attention stands alone, dropping a message
+// in progress; a packet of another type inside a message, a length out of
+// bounds or a message over maxBytes breaks the connection.
+class MessageAssembler {
+public:
+    enum class Step { More, Done, Broken };
+    explicit MessageAssembler(size_t maxBytes) : maxBytes_(maxBytes) {}
+    // How many body bytes follow this header; Broken when it lies.
+    [[nodiscard]] Step Check(const PacketHeader& h) const;
+    // The packet's body; Done when the message is whole (type() and payload()).
+    [[nodiscard]] Step Add(const PacketHeader& h, const uint8_t* body, size_t n);
+    [[nodiscard]] uint8_t type() const { return type_; }
+    [[nodiscard]] Bytes& payload() { return payload_; }
+
+private:
+    size_t maxBytes_;
+    uint8_t type_ = 0;
+    bool open_ = false;
+    Bytes payload_;
+};
+
 // A whole message split into packets of at most packetSize bytes.
 void AppendPackets(Bytes& out, uint8_t type, const Bytes& payload, uint32_t packetSize, uint16_t spid = 0);
 

@@ -72,6 +72,7 @@ bool IsWide(uint8_t type) { return type == kNVarChar || type == kNChar || type =
 uint8_t DecimalLength(uint8_t precision) {
     return precision <= 9 ? 5 : precision <= 19 ? 9 : precision <= 28 ? 13 : 17;
 }
+bool IsDecimalLength(size_t n) { return n == 5 || n == 9 || n == 13 || n == 17; }
 
 uint32_t Width(const TypeInfo& t) {
     const TypeRow* row = RowOf(t.type);
@@ -136,8 +137,9 @@ Value Fit(const TypeInfo& t, const Value& value, bool sourceUnsigned) {
     }
     if (IsDecimal(t.type)) {
         // The host's 17 bytes (sign, then the magnitude) into the precision's length.
-        Bytes out(v.begin(), v.begin() + std::min<size_t>(v.size(), DecimalLength(t.precision)));
-        out.resize(DecimalLength(t.precision), 0);
+        const size_t n = std::min<size_t>(DecimalLength(t.precision), t.length);
+        Bytes out(v.begin(), v.begin() + std::min(v.size(), n));
+        out.resize(n, 0);
         if (v.empty()) out[0] = 1;
         return out;
     }
@@ -147,7 +149,7 @@ Value Fit(const TypeInfo& t, const Value& value, bool sourceUnsigned) {
         out.resize(row->width, 0);
         return out;
     }
-    if ((row && row->layout == Layout::Long) || t.IsPlp()) return value;
+    if ((row && (row->layout == Layout::Long || row->layout == Layout::Scaled)) || t.IsPlp()) return value;
     Bytes out(v.begin(), v.begin() + std::min<size_t>(v.size(), t.length));
     if (IsWide(t.type) && out.size() % 2) out.pop_back();
     return out;
@@ -183,6 +185,18 @@ bool ReadPlp(Reader& r, Value& value, size_t maxBytes) {
     return r.ok();
 }
 
+// The widths a nullable number, date or GUID can declare.
+bool WidthAllowed(const TypeInfo& t) {
+    switch (t.type) {
+    case kIntN: return t.length == 1 || t.length == 2 || t.length == 4 || t.length == 8;
+    case kFltN: case kMoneyN: case kDateTimeN: return t.length == 4 || t.length == 8;
+    case kBitN: return t.length == 1;
+    case kGuid: return t.length == 16;
+    case kTimeN: case kDateTime2N: case kDateTimeOffsetN: return t.scale <= 7;
+    default: return true;
+    }
+}
+
 }  // namespace
 
 bool TypeInfo::IsPlp() const {
@@ -205,6 +219,7 @@ bool ReadTypeInfo(Reader& r, TypeInfo& t, uint32_t version) {
     case Layout::Byte: t.length = r.U8(); break;
     case Layout::Scaled:
         if (t.type != kDateN) t.scale = r.U8();
+        t.length = 10;  // the longest date and time value
         break;
     case Layout::UShort:
         t.length = r.U16();
@@ -222,8 +237,9 @@ bool ReadTypeInfo(Reader& r, TypeInfo& t, uint32_t version) {
     if (IsDecimal(t.type)) {
         t.precision = r.U8();
         t.scale = r.U8();
-        if (t.precision < 1 || t.precision > 38 || t.scale > t.precision || t.length > kHostDecimalLength) return false;
+        if (t.precision < 1 || t.precision > 38 || t.scale > t.precision || !IsDecimalLength(t.length)) return false;
     }
+    if (!WidthAllowed(t)) return false;
     if (t.HasCollation()) {
         for (uint8_t& b : t.collation) b = r.U8();
     }
@@ -299,7 +315,10 @@ bool ReadValue(Reader& r, const TypeInfo& t, Value& value, size_t maxBytes, bool
     }
     case Layout::Xml: return false;
     }
-    if (length > maxBytes || !r.Need(length)) return false;
+    // A value longer than its type declares is a lie.
+    const size_t declared = row->layout == Layout::Long ? maxBytes : t.length;
+    if (length > maxBytes || length > declared || !r.Need(length)) return false;
+    if (IsDecimal(t.type) && !IsDecimalLength(length)) return false;
     value = r.Take(length);
     return r.ok();
 }
