@@ -20,7 +20,7 @@ TSAN_OPTIONS=halt_on_error=1 VRN_LIB="$root/build-tsan/libvrn.so" "$root/build-t
 
 # Each fuzz target from its seeds for a fixed number of runs, about 20 s each.
 mkdir -p "$root/build-fuzz"
-for run in percstr:40000 symbolic:40000 formula:100000 params:800000; do
+for run in percstr:40000 symbolic:40000 formula:100000 params:800000 tds:800000; do
   target=${run%:*}
   log=$root/build-fuzz/$target.log
   if ! bash "$root/scripts/fuzz.sh" "$target" --runs "${run#*:}" >"$log" 2>&1; then
