@@ -240,7 +240,7 @@ public:
             } else if (IsSymbol(t, ";")) {
                 ++pos_;
             } else {
-                batches.back().push_back(ParseStatement());
+                batches.back().push_back(ParseStatement(batches.back().empty()));
             }
         }
         batches.erase(std::remove_if(batches.begin(), batches.end(), [](const Batch& b) { return b.empty(); }),
@@ -289,11 +289,14 @@ private:
         }
     }
 
-    Statement ParseStatement() {
+    // A batch may start with a procedure's name alone: EXEC is implied there.
+    Statement ParseStatement(bool batchStart = false) {
         const Token& first = Peek();
         Statement s;
         s.line = first.line;
-        if (IsWord(first, "declare")) {
+        if (batchStart && first.kind == Tok::Word && (first.bracketed || !StartsStatement(first))) {
+            ParseExec(s);
+        } else if (IsWord(first, "declare")) {
             Take();
             ParseDeclare(s);
         } else if (IsWord(first, "set") && Peek(1).kind == Tok::Word) {

@@ -240,7 +240,7 @@ tds::Message ErrorMessage(const exec::ScriptError& e, const std::u16string& serv
     tds::Message m;
     m.error = true;
     m.server = server;
-    m.line = static_cast<uint32_t>(std::max(e.line, 0));
+    m.line = static_cast<uint32_t>(std::max(e.line, 1));
     m.state = 1;
     m.msgClass = 16;
     m.number = e.number ? e.number : kErrorGeneric;
@@ -477,12 +477,19 @@ private:
         if (version_) password = tds::Utf8OfUtf16(PasswordText(login->password));
         OPENSSL_cleanse(login->password.data(), login->password.size());
         const bool wantsFederated = std::find(login->features.begin(), login->features.end(), 0x02) != login->features.end();
-        const bool accepted = version_ && !login->integratedSecurity && !wantsFederated &&
-                              CheckLogin(*config_.users, user, password);
+        // Why a login is refused goes to the log; the client hears only that it was.
+        std::string refusal;
+        if (!version_) {
+            refusal = "its TDS version is older than 7.1";
+        } else if (login->integratedSecurity || wantsFederated) {
+            refusal = "it asks for a kind of login this server doesn't have";
+        } else if (!CheckLogin(*config_.users, user, password)) {
+            refusal = "wrong name or password";
+        }
         OPENSSL_cleanse(password.data(), password.size());
         if (!version_) version_ = tds::kTds71;  // to say why in a layout it reads
-        if (!accepted) {
-            Log("login refused for '" + user + "' from " + peer_);
+        if (!refusal.empty()) {
+            Log("login refused for '" + user + "' from " + peer_ + ": " + refusal);
             TokenWriter w(version_);
             tds::Message m;
             m.error = true;
@@ -538,7 +545,7 @@ private:
         if (tds::DecodeError e = tds::ParseSqlBatch(payload, version_, text); !e.empty()) return ProtocolError(e);
         TokenWriter w(version_);
         const bool interrupted = !RunScript(w, tds::Utf8OfUtf16(text), {});
-        if (!interrupted) w.Done(tds::kTokenDone, 0, 0, 0);
+        if (!interrupted) w.Finish();
         return Answer(w, interrupted);
     }
 

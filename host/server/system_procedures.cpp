@@ -153,7 +153,9 @@ host::CallResult ReadOnlyUser() {
 
 std::optional<host::CallResult> CallSystemProcedure(const std::string& name, const std::vector<host::Param>& params,
                                                     const std::vector<std::string>& names) {
-    if (name == "sp_datatype_info_100" || name == "sp_datatype_info") return TypeInfo(params, names);
+    if (name == "sp_datatype_info_100" || name == "sp_datatype_info_90" || name == "sp_datatype_info") {
+        return TypeInfo(params, names);
+    }
     if (name == "sp_oledb_ro_usrname") return ReadOnlyUser();
     return std::nullopt;
 }

@@ -1,5 +1,5 @@
 // The few system procedures that client drivers call on their own: the
-// type catalogue of ODBC (sp_datatype_info_100) and the read-only check of
+// type catalogue of ODBC (sp_datatype_info_100, _90) and the read-only check of
 // OLE DB (sp_oledb_ro_usrname). Answered as a procedure's call record.
 #pragma once
 

@@ -306,10 +306,21 @@ void TokenWriter::FeatureExtAck() {
 }
 
 void TokenWriter::Done(uint8_t token, uint16_t status, uint16_t command, uint64_t count) {
+    lastDone_ = w_.size();
     w_.U8(token);
     w_.U16(status);
     w_.U16(command);
     if (Is72(version_)) w_.U64(count); else w_.U32(static_cast<uint32_t>(count));
+}
+
+void TokenWriter::Finish() {
+    const size_t doneSize = 1 + 2 + 2 + (Is72(version_) ? 8 : 4);
+    Bytes& b = w_.bytes();
+    if (lastDone_ != SIZE_MAX && lastDone_ + doneSize == b.size() && b[lastDone_] != kTokenDoneInProc) {
+        b[lastDone_ + 1] &= static_cast<uint8_t>(~kDoneMore);
+        return;
+    }
+    Done(kTokenDone, 0, 0, 0);
 }
 
 void TokenWriter::ReturnStatus(int32_t status) {

@@ -153,11 +153,15 @@ public:
     void LoginAck(std::u16string_view program, uint32_t programVersion);
     void FeatureExtAck();  // acknowledges none of the features asked for
     void Done(uint8_t token, uint16_t status, uint16_t command, uint64_t count);
+    // Ends the answer: the last done, when it is the last token, loses its
+    // "more"; otherwise a final DONE follows.
+    void Finish();
     void ReturnStatus(int32_t status);
 
 private:
     uint32_t version_;
     Writer w_;
+    size_t lastDone_ = SIZE_MAX;  // where the last done token starts
 };
 
 // The collation this server gives its character data: Latin1 General, case
