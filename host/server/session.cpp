@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <iostream>
@@ -95,13 +96,15 @@ public:
 
     // One whole message: its packets' payloads joined. False when the client
     // left or broke the framing; then the connection ends.
-    bool ReadMessage(uint8_t& type, Bytes& payload, size_t maxBytes) {
+    // allowed: the message types that may come now (none: any).
+    bool ReadMessage(uint8_t& type, Bytes& payload, size_t maxBytes, std::initializer_list<uint8_t> allowed = {}) {
         tds::MessageAssembler assembler(maxBytes);
         Bytes body;
         for (;;) {
             uint8_t header[tds::kHeaderSize];
             if (!ReadExact(header, sizeof header)) return false;
             const tds::PacketHeader h = tds::ReadPacketHeader(header);
+            if (allowed.size() && std::find(allowed.begin(), allowed.end(), h.type) == allowed.end()) return false;
             if (assembler.Check(h) == tds::MessageAssembler::Step::Broken) return false;
             body.resize(h.length - tds::kHeaderSize);
             if (!ReadExact(body.data(), body.size())) return false;
@@ -458,14 +461,15 @@ private:
     bool Login() {
         uint8_t type = 0;
         Bytes payload;
-        if (!connection_.ReadMessage(type, payload, 1u << 16)) return false;
+        // What isn't a pre-login or a login closes at once, before its length is waited for.
+        if (!connection_.ReadMessage(type, payload, 1u << 16, {tds::kPreLogin, tds::kLogin7})) return false;
         if (type == tds::kPreLogin) {
             if (!tds::ParsePreLogin(payload)) return ProtocolError("a pre-login that doesn't read");
             tds::PreLogin answer;
             answer.version = kProgramVersion;
             answer.encryption = tds::kEncryptNotSupported;
             if (!Send(tds::kReply, tds::BuildPreLogin(answer))) return false;
-            if (!connection_.ReadMessage(type, payload, 1u << 16)) return false;
+            if (!connection_.ReadMessage(type, payload, 1u << 16, {tds::kLogin7})) return false;
         }
         if (type != tds::kLogin7) return ProtocolError("no login");
         std::optional<tds::Login7> login = tds::ParseLogin7(payload);
