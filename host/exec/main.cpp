@@ -7,6 +7,7 @@
 #include <iterator>
 #include <sstream>
 
+#include "host/exec/command_line.h"
 #include "host/exec/environment.h"
 #include "host/exec/runner.h"
 #include "host/exec/script.h"
@@ -75,17 +76,10 @@ int RunDue(const std::string& library) {
 
 int main(int argc, char** argv) {
     Options o;
-    for (int i = 1; i < argc; ++i) {
-        const std::string arg = argv[i];
-        // --name VALUE or --name=VALUE; nullopt when arg isn't this option.
-        bool missing = false;
-        auto value = [&](const std::string& option) -> std::optional<std::string> {
-            if (arg.rfind(option + "=", 0) == 0) return arg.substr(option.size() + 1);
-            if (arg != option) return std::nullopt;
-            if (i + 1 < argc) return std::string(argv[++i]);
-            missing = true;
-            return std::string();
-        };
+    vrn::exec::CommandLine line(argc, argv);
+    while (line.Next()) {
+        const std::string& arg = line.arg();
+        auto value = [&](const char* option) { return line.Value(option); };
         if (arg == "-h" || arg == "--help") {
             std::cout << kUsage;
             return 0;
@@ -118,7 +112,7 @@ int main(int argc, char** argv) {
         } else {
             o.file = arg;
         }
-        if (missing) return UsageError(arg + " needs a value");
+        if (line.missing()) return UsageError(arg + " needs a value");
     }
     if (o.query && o.file) return UsageError("give -Q or a file, not both");
     if (o.runDue) {

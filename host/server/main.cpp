@@ -15,6 +15,7 @@
 #include <memory>
 #include <thread>
 
+#include "host/exec/command_line.h"
 #include "host/exec/environment.h"
 #include "host/server/passwords.h"
 #include "host/server/session.h"
@@ -98,16 +99,10 @@ struct Client {
 int main(int argc, char** argv) {
     std::string library, listen = "127.0.0.1:1433", usersFile, instance, serverName = "VRN";
     bool hashPassword = false;
-    for (int i = 1; i < argc; ++i) {
-        const std::string arg = argv[i];
-        bool missing = false;
-        auto value = [&](const std::string& option) -> std::optional<std::string> {
-            if (arg.rfind(option + "=", 0) == 0) return arg.substr(option.size() + 1);
-            if (arg != option) return std::nullopt;
-            if (i + 1 < argc) return std::string(argv[++i]);
-            missing = true;
-            return std::string();
-        };
+    vrn::exec::CommandLine line(argc, argv);
+    while (line.Next()) {
+        const std::string& arg = line.arg();
+        auto value = [&](const char* option) { return line.Value(option); };
         if (arg == "-h" || arg == "--help") {
             std::cout << kUsage;
             return 0;
@@ -128,7 +123,7 @@ int main(int argc, char** argv) {
         } else {
             return UsageError("unknown argument " + arg);
         }
-        if (missing) return UsageError(arg + " needs a value");
+        if (line.missing()) return UsageError(arg + " needs a value");
     }
     if (hashPassword) return HashFromInput();
     if (usersFile.empty()) return UsageError("--users is required: no one could log in");
