@@ -176,7 +176,7 @@ int main(int argc, char** argv) {
     sigaction(SIGINT, &stop, nullptr);
     signal(SIGPIPE, SIG_IGN);
 
-    std::cerr << "vrn-server: listening on " << Describe(bound) << std::endl;
+    vrn::server::Log("listening on " + Describe(bound));
     std::list<Client> clients;
     uint16_t nextSpid = 51;
     auto reap = [&](bool all) {
@@ -205,17 +205,17 @@ int main(int argc, char** argv) {
         const std::string name = Describe(peer);
         const uint16_t spid = nextSpid;
         nextSpid = static_cast<uint16_t>(nextSpid == 32767 ? 51 : nextSpid + 1);
-        std::cerr << "vrn-server: connection from " << name << " opened" << std::endl;
+        vrn::server::Log("connection from " + name + " opened");
         Client& client = clients.emplace_back();
         client.fd = fd;
         client.thread = std::thread([&config, &client, name, spid] {
             vrn::server::ServeConnection(client.fd, config, name, spid);
-            std::cerr << "vrn-server: connection from " << name << " closed" << std::endl;
+            vrn::server::Log("connection from " + name + " closed");
             client.done = true;
         });
     }
     close(listener);
     reap(true);
-    std::cerr << "vrn-server: stopped" << std::endl;
+    vrn::server::Log("stopped");
     return 0;
 }

@@ -28,13 +28,6 @@ constexpr uint32_t kProgramVersion = 0x0A320640;  // 10.50.1600: what clients co
 constexpr int32_t kLoginFailed = 18456;
 constexpr int32_t kErrorGeneric = 50000;
 
-std::mutex logMutex;
-
-void Log(const std::string& line) {
-    const std::lock_guard<std::mutex> lock(logMutex);
-    std::cerr << "vrn-server: " << line << std::endl;
-}
-
 std::string Lower(std::string s) {
     for (char& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     return s;
@@ -819,6 +812,12 @@ private:
 };
 
 }  // namespace
+
+void Log(const std::string& line) {
+    static std::mutex mutex;
+    const std::lock_guard<std::mutex> lock(mutex);
+    std::cerr << "vrn-server: " << line << std::endl;
+}
 
 void ServeConnection(int fd, const ServerConfig& config, const std::string& peer, uint16_t spid) {
     Session(fd, config, peer, spid).Run();

@@ -21,6 +21,9 @@ struct ServerConfig {
     size_t maxRequestBytes = 64u << 20;  // one request, all its packets
 };
 
+// One line to standard error, whole, whichever thread writes it.
+void Log(const std::string& line);
+
 // Serves the connection on fd until it closes; the caller closes fd. peer
 // names the client in the log; spid is what @@SPID answers.
 void ServeConnection(int fd, const ServerConfig& config, const std::string& peer, uint16_t spid);
