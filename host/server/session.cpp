@@ -820,7 +820,14 @@ void Log(const std::string& line) {
 }
 
 void ServeConnection(int fd, const ServerConfig& config, const std::string& peer, uint16_t spid) {
-    Session(fd, config, peer, spid).Run();
+    // Whatever goes wrong in one connection (memory, above all) ends that one alone.
+    try {
+        Session(fd, config, peer, spid).Run();
+    } catch (const std::exception& e) {
+        Log("closing " + peer + ": " + e.what());
+    } catch (...) {
+        Log("closing " + peer + ": an unknown failure");
+    }
 }
 
 }  // namespace vrn::server
