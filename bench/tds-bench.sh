@@ -10,6 +10,7 @@ work=$(mktemp -d)
 pid=
 trap '[ -n "$pid" ] && kill "$pid" 2>/dev/null; wait 2>/dev/null; rm -rf "$work"' EXIT
 echo "bench:$(printf bench | "$build/host/vrn-server" --hash-password)" >"$work/users"
+: >"$work/log"  # there before the server, so the first look never misses it
 "$build/host/vrn-server" --lib "$build/libvrn.so" --listen 127.0.0.1:0 --users "$work/users" \
   --task-store "$work/tasks" 2>"$work/log" &
 pid=$!

@@ -31,6 +31,7 @@ mkdir "$work/server"
 printf '%s\n' "$VRN_PASSWORD" | "$build/host/vrn-server" --hash-password | sed "s/^/$VRN_USER:/" > "$work/users"
 /usr/bin/python3 "$here/expect.py" "$build/host/vrn-exec" "$work/reference-tasks" "$here/scenarios.json" "$VRN_EXPECTED"
 
+: >"$work/server.log"  # there before the server, so the first look never misses it
 (cd "$work/server" && exec "$build/host/vrn-server" --lib "$build/libvrn.so" --listen 127.0.0.1:0 \
   --users "$work/users" --task-store "$work/tasks") 2> "$work/server.log" &
 server=$!

@@ -21,6 +21,7 @@ pid=
 stop() { [ -n "$pid" ] && kill "$pid" 2>/dev/null && wait "$pid" 2>/dev/null; rm -rf "$work"; }
 trap stop EXIT
 echo "golden:$(printf 'golden' | "$server" --hash-password)" >"$work/users"
+: >"$work/log"  # there before the server, so the first look never misses it
 "$server" --lib "$lib" --listen 127.0.0.1:0 --users "$work/users" --task-store "$VRN_TASK_STORE" \
   "${instance[@]}" 2>"$work/log" &
 pid=$!
