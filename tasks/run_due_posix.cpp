@@ -1,13 +1,11 @@
 #include "tasks/run_due_posix.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <charconv>
-#include <memory>
 
 #include "frame/procedure.h"
 #include "tasks/job_process_posix.h"
@@ -37,18 +35,6 @@ int32_t KeepLook(const Store& store, int64_t now) {
                                   text.size()));
 }
 
-// Temporary files of writers that died mid-save: with the lock held, no
-// writer is at work, so every one there is left over.
-void ClearLeftovers(const Store& store) {
-    StoreLock lock;
-    if (store.Lock(&lock) < 0) return;
-    std::unique_ptr<DIR, int (*)(DIR*)> dir(opendir(store.Folder().c_str()), closedir);
-    if (!dir) return;
-    while (const dirent* entry = readdir(dir.get())) {
-        if (std::string_view(entry->d_name).starts_with(".tmp-")) unlink((store.Folder() + "/" + entry->d_name).c_str());
-    }
-}
-
 }  // namespace
 
 int32_t RunDue(const Store& store, int64_t now, const TimeZone& zone, std::vector<std::string>* started) {
@@ -62,7 +48,10 @@ int32_t RunDue(const Store& store, int64_t now, const TimeZone& zone, std::vecto
     if (busy.fd < 0) return ErrnoResult(errno);
     if (flock(busy.fd, LOCK_EX | LOCK_NB) != 0) return errno == EWOULDBLOCK ? kOk : ErrnoResult(errno);
 
-    ClearLeftovers(store);
+    {
+        StoreLock sweep;  // a look writes too, so it sweeps as writers do
+        if (const int32_t result = store.Lock(&sweep); result < 0) return result;
+    }
     const std::optional<int64_t> previous = PreviousLook(store);
     if (previous && *previous < now) {
         std::vector<std::string> names;
