@@ -11,6 +11,7 @@
 #include <cstring>
 
 #include "tasks/local_time_posix.h"
+#include "tasks/trigger_schedule.h"
 
 namespace vrn::tasks::jobs {
 namespace {
@@ -34,6 +35,15 @@ struct Launch {
     uint64_t identity = 0;
     uint32_t maxRunTime = 0;
 };
+
+// The run may last the task's maximum run time, and not past the end of a
+// duration that kills it.
+uint32_t RunTimeLimit(const Definition& d, int64_t now) {
+    const std::optional<int64_t> kill = KillTime(d.triggers, now, SystemTimeZone());
+    if (!kill) return d.maxRunTime;
+    const uint64_t left = static_cast<uint64_t>(*kill - now) * 1000;
+    return left < d.maxRunTime ? static_cast<uint32_t>(left) : d.maxRunTime;
+}
 
 volatile sig_atomic_t timedOut = 0;
 void OnAlarm(int) { timedOut = 1; }
@@ -262,7 +272,7 @@ int32_t RunStoredTask(const Store& store, const std::string& fileName, int64_t n
     launch.folder = store.Folder().c_str();
     launch.fileName = fileName.c_str();
     launch.identity = record.identity;
-    launch.maxRunTime = d.maxRunTime;
+    launch.maxRunTime = RunTimeLimit(d, now);
     std::optional<std::string> application = ToUtf8(d.application);
     std::optional<std::string> directory = ToUtf8(d.workingDirectory);
     bool readable = application && directory;

@@ -60,7 +60,7 @@ int32_t RunDue(const Store& store, int64_t now, const TimeZone& zone, std::vecto
         for (const std::string& name : names) {
             Record record;
             if (store.Read(name, &record) < 0 || (record.definition.flags & kTaskFlagDisabled) != 0) continue;
-            const NextRun next = NextTaskRun(record.definition.triggers, *previous + 1, zone);
+            const NextRun next = NextTaskRun(record.definition.triggers, *previous + 1, zone, record.identity);
             if (next.kind != NextRunKind::kTime || next.instant > now || IsRunning(record.run)) continue;
             Record after;
             if (RunStoredTask(store, name, now, &after) >= 0 && started != nullptr) started->push_back(name);

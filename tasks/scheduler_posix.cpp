@@ -191,7 +191,7 @@ public:
         } else if (Definition().application.empty()) {
             *status = kTaskNotScheduled;
         } else {
-            switch (NextTaskRun(Definition().triggers, NowInstant(), SystemTimeZone()).kind) {
+            switch (NextTaskRun(Definition().triggers, NowInstant(), SystemTimeZone(), task_->record.identity).kind) {
                 case NextRunKind::kNoValidTriggers:
                     *status = kTaskNoValidTriggers;
                     break;
@@ -252,7 +252,7 @@ public:
         if (time == nullptr) return kInvalidArgument;
         *time = SystemTime{};
         if ((Definition().flags & kTaskFlagDisabled) != 0) return kTaskDisabled;
-        const NextRun next = NextTaskRun(Definition().triggers, NowInstant(), SystemTimeZone());
+        const NextRun next = NextTaskRun(Definition().triggers, NowInstant(), SystemTimeZone(), task_->record.identity);
         switch (next.kind) {
             case NextRunKind::kTime:
                 *time = ToSystemTime(next.instant, SystemTimeZone());

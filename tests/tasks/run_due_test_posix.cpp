@@ -1,8 +1,11 @@
+#include <signal.h>
 #include <stdlib.h>
 
 #include <ctime>
 #include <fstream>
+#include <map>
 
+#include "tasks/job_process_posix.h"
 #include "tasks/local_time_posix.h"
 #include "tasks/run_due_posix.h"
 #include "tests/tasks/store_fixture_posix.h"
@@ -37,11 +40,37 @@ protected:
         ASSERT_EQ(task->SetFlags(flags), kOk);
         ASSERT_EQ(SaveTask(*task), kOk);
     }
-    std::vector<std::string> Look(int day, int hour, int minute) {
+    static TASK_TRIGGER DailyAt(uint16_t hour, uint16_t minute) {
+        TASK_TRIGGER t{};
+        t.cbTriggerSize = sizeof t, t.TriggerType = kTriggerDaily, t.Type.Daily.DaysInterval = 1;
+        t.wBeginYear = 2024, t.wBeginMonth = 1, t.wBeginDay = 1, t.wStartHour = hour, t.wStartMinute = minute;
+        return t;
+    }
+    void AddTask(const char16_t* name, const char16_t* application, const char16_t* parameters, uint32_t flags,
+                 const TASK_TRIGGER& t) {
+        std::unique_ptr<Task> task = MakeTask(name, application, parameters);
+        uint16_t index = 0;
+        std::unique_ptr<Trigger> trigger;
+        ASSERT_EQ(task->CreateTrigger(&index, &trigger), kOk);
+        ASSERT_EQ(trigger->SetTrigger(t), kOk);
+        ASSERT_EQ(task->SetFlags(flags), kOk);
+        ASSERT_EQ(SaveTask(*task), kOk);
+    }
+    static int64_t Instant(int day, int hour, int minute, int second = 0) {
+        return SystemTimeZone().ToInstant({2024, 1, day, hour, minute, second});
+    }
+    std::vector<std::string> Look(int day, int hour, int minute, int second = 0) {
         std::vector<std::string> started;
-        const int64_t now = SystemTimeZone().ToInstant({2024, 1, day, hour, minute});
-        EXPECT_EQ(jobs::RunDue(store_, now, SystemTimeZone(), &started), kOk);
+        EXPECT_EQ(jobs::RunDue(store_, Instant(day, hour, minute, second), SystemTimeZone(), &started), kOk);
         return started;
+    }
+    bool Running(const std::string& file) const {
+        jobs::Record record;
+        return store_.Read(file, &record) == kOk && jobs::IsRunning(record.run);
+    }
+    bool Exists(const std::string& file) const {
+        jobs::Record record;
+        return store_.Read(file, &record) != kFileNotFound;
     }
     jobs::Store store_;
 };
@@ -67,6 +96,40 @@ TEST_F(RunDue, StartsWhatWasDueSinceThePreviousLookOnce) {
     SystemTime last{};
     ASSERT_EQ(Open(u"at8")->GetMostRecentRunTime(&last), kOk);
     EXPECT_EQ(last.day * 100 + last.hour, 310);  // the look's time
+}
+
+
+// Starts through the looks, a look a minute from 09:59 to 11:05, each waiting
+// until the runs it started have ended.
+TEST_F(RunDue, RepetitionAndRandomDelayStartWhenTheNextRunTimesSay) {
+    TASK_TRIGGER repeating = DailyAt(10, 0), delayed = DailyAt(10, 0);
+    repeating.MinutesInterval = 15, repeating.MinutesDuration = 60;
+    delayed.wRandomMinutesInterval = 30;
+    AddTask(u"repeating", u"true", u"", 0, repeating);
+    AddTask(u"delayed", u"true", u"", 0, delayed);
+    jobs::Record record;
+    ASSERT_EQ(store_.Read("delayed.job", &record), kOk);
+    const NextRun next = NextTaskRun(record.definition.triggers, Instant(1, 9, 59) + 1, SystemTimeZone(), record.identity);
+    ASSERT_EQ(next.kind, NextRunKind::kTime);
+    const LocalTime drawn = SystemTimeZone().ToLocal(next.instant);
+
+    std::map<std::string, std::vector<int>> starts;  // minutes of the day
+    for (int minute = 9 * 60 + 59; minute <= 11 * 60 + 5; ++minute) {
+        for (const std::string& name : Look(1, minute / 60, minute % 60)) starts[name].push_back(minute);
+        ASSERT_TRUE(WaitFor([&] { return !Running("repeating.job") && !Running("delayed.job"); }));
+    }
+    EXPECT_EQ(starts["repeating.job"], (std::vector<int>{600, 615, 630, 645}));
+    EXPECT_EQ(starts["delayed.job"], std::vector<int>{drawn.hour * 60 + drawn.minute});
+}
+
+TEST_F(RunDue, ARunStartedInADurationThatKillsStopsAtItsEnd) {
+    TASK_TRIGGER t = DailyAt(10, 0);
+    t.MinutesDuration = 1, t.rgFlags = kTriggerFlagKillAtDurationEnd;
+    AddTask(u"killed", u"sleep", u"30", 0, t);
+    Look(1, 9, 59);
+    ASSERT_EQ(Look(1, 10, 0, 58), Names{"killed.job"});  // two seconds before the end
+    uint32_t code = 0;
+    EXPECT_TRUE(WaitFor([&] { return Open(u"killed")->GetExitCode(&code) == kOk && code == 128 + SIGKILL; }));
 }
 
 }  // namespace

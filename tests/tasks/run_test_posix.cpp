@@ -34,13 +34,6 @@ TEST(CommandLine, SplitsAsTheWindowsRuntimeDoes) {
 
 class JobRun : public StoreTest {
 protected:
-    static bool WaitFor(const std::function<bool()>& done) {
-        for (int i = 0; i < 1000; ++i) {
-            if (done()) return true;
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
-        return false;
-    }
     int32_t Status(const char16_t* name) {
         int32_t status = 0;
         EXPECT_EQ(Open(name)->GetStatus(&status), kOk);
