@@ -296,9 +296,27 @@ int32_t RunStoredTask(const Store& store, const std::string& fileName, int64_t n
     run.startResult = report.error == 0 ? kOk : report.error == EINVAL ? kInvalidArgument : ErrnoResult(report.error);
     run.pid = report.pid;
     run.pidStart = report.pidStart;
+    MarkLastRun(&record, now);
     result = store.Write(fileName, record);
     *after = record;
     return result;
+}
+
+void MarkLastRun(Record* record, int64_t now) {
+    const Definition& d = record->definition;
+    RunState& run = record->run;
+    run.flags &= ~kRunDeleteWhenDone;
+    if ((run.flags & kRunRunning) != 0 && (d.flags & kTaskFlagDeleteWhenDone) != 0 &&
+        NextTaskRun(d.triggers, now + 1, SystemTimeZone(), record->identity).kind != NextRunKind::kTime) {
+        run.flags |= kRunDeleteWhenDone;
+    }
+}
+
+bool IsDoneForGood(const Record& record, int64_t now, const TimeZone& zone) {
+    const Definition& d = record.definition;
+    return (d.flags & kTaskFlagDeleteWhenDone) != 0 && (record.run.flags & kRunStarted) != 0 &&
+           record.run.startResult == kOk && !IsRunning(record.run) &&
+           NextTaskRun(d.triggers, now + 1, zone, record.identity).kind != NextRunKind::kTime;
 }
 
 int32_t TerminateStoredTask(const Store& store, const std::string& fileName, Record* after) {

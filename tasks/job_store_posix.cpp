@@ -337,7 +337,11 @@ void RecordRunEnd(const char* folder, const char* name, uint64_t identity, int32
         if (map != MAP_FAILED) {
             uint8_t* image = static_cast<uint8_t*>(map);
             RunState run = ImageRunState(image);
-            if (ImageIdentity(image, size) == identity && (run.flags & kRunRunning) != 0 && run.pid == pid) {
+            if (ImageIdentity(image, size) != identity || (run.flags & kRunRunning) == 0 || run.pid != pid) {
+                // another task of that name, or another run: not ours to record
+            } else if ((run.flags & kRunDeleteWhenDone) != 0) {
+                if (unlink(path) == 0) SyncFolder(folder);
+            } else {
                 run.flags &= ~kRunRunning;
                 run.exitCode = exitCode;
                 SetImageRunState(image, size, run);

@@ -74,7 +74,8 @@ int LockFolder(const char* folder);
 // Replaces folder/name with the bytes, through a temporary file, fsync and rename.
 int WriteImage(const char* folder, const char* name, const uint8_t* data, size_t size);
 // Records the end of the run of process `pid` when the file still holds that
-// task (identity) and names that run.
+// task (identity) and names that run; deletes the task instead when that run
+// was marked its last.
 void RecordRunEnd(const char* folder, const char* name, uint64_t identity, int32_t pid, uint32_t exitCode);
 
 }  // namespace vrn::tasks::jobs

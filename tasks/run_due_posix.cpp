@@ -35,6 +35,13 @@ int32_t KeepLook(const Store& store, int64_t now) {
                                   text.size()));
 }
 
+void RemoveDoneTask(const Store& store, const std::string& name, int64_t now, const TimeZone& zone) {
+    StoreLock lock;
+    Record record;
+    if (store.Lock(&lock) < 0 || store.Read(name, &record) < 0 || !IsDoneForGood(record, now, zone)) return;
+    (void)store.Remove(name);
+}
+
 }  // namespace
 
 int32_t RunDue(const Store& store, int64_t now, const TimeZone& zone, std::vector<std::string>* started) {
@@ -59,9 +66,14 @@ int32_t RunDue(const Store& store, int64_t now, const TimeZone& zone, std::vecto
         if (result < 0) return result;
         for (const std::string& name : names) {
             Record record;
-            if (store.Read(name, &record) < 0 || (record.definition.flags & kTaskFlagDisabled) != 0) continue;
+            if (store.Read(name, &record) < 0) continue;
             const NextRun next = NextTaskRun(record.definition.triggers, *previous + 1, zone, record.identity);
-            if (next.kind != NextRunKind::kTime || next.instant > now || IsRunning(record.run)) continue;
+            if (next.kind != NextRunKind::kTime || next.instant > now || IsRunning(record.run) ||
+                (record.definition.flags & kTaskFlagDisabled) != 0) {
+                // A run that ended while starts were left, and none is now.
+                if (IsDoneForGood(record, now, zone)) RemoveDoneTask(store, name, now, zone);
+                continue;
+            }
             Record after;
             if (RunStoredTask(store, name, now, &after) >= 0 && started != nullptr) started->push_back(name);
         }

@@ -126,6 +126,7 @@ public:
         if (result < 0) return result;
         jobs::Record stored;
         if (task_->store.Read(task_->fileName, &stored) == kOk) task_->Adopt(stored);
+        jobs::MarkLastRun(&task_->record, NowInstant());  // the triggers or flags may have changed
         return task_->store.Write(task_->fileName, task_->record);
     }
 

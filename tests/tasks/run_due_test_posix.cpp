@@ -132,5 +132,30 @@ TEST_F(RunDue, ARunStartedInADurationThatKillsStopsAtItsEnd) {
     EXPECT_TRUE(WaitFor([&] { return Open(u"killed")->GetExitCode(&code) == kOk && code == 128 + SIGKILL; }));
 }
 
+// A task that deletes itself when done goes once its last run has ended: at
+// that run's end, or, when starts were left then, at a look after the last.
+TEST_F(RunDue, ATaskDeletedWhenDoneGoesAfterItsLastRun) {
+    TASK_TRIGGER once = DailyAt(10, 0), twoDays = DailyAt(10, 0);
+    once.TriggerType = kTriggerOnce;
+    twoDays.rgFlags = kTriggerFlagHasEndDate, twoDays.wEndYear = 2024, twoDays.wEndMonth = 1, twoDays.wEndDay = 2;
+    AddTask(u"once", u"true", u"", kTaskFlagDeleteWhenDone, once);
+    AddTask(u"kept", u"true", u"", 0, once);
+    AddTask(u"twoDays", u"true", u"", kTaskFlagDeleteWhenDone, twoDays);
+    Look(1, 9, 59);
+    EXPECT_EQ(Look(1, 10, 0), (Names{"kept.job", "once.job", "twoDays.job"}));
+    EXPECT_TRUE(WaitFor([&] { return !Exists("once.job") && !Running("kept.job") && !Running("twoDays.job"); }));
+    EXPECT_TRUE(Exists("kept.job"));
+    EXPECT_TRUE(Exists("twoDays.job"));  // a start was left
+    // Disabled, it misses its last start; the look after that deletes it.
+    std::unique_ptr<Task> task = Open(u"twoDays");
+    ASSERT_EQ(task->SetFlags(kTaskFlagDeleteWhenDone | kTaskFlagDisabled), kOk);
+    ASSERT_EQ(SaveTask(*task), kOk);
+    EXPECT_EQ(Look(2, 9, 0), Names{});
+    EXPECT_TRUE(Exists("twoDays.job"));
+    EXPECT_EQ(Look(2, 11, 0), Names{});
+    EXPECT_FALSE(Exists("twoDays.job"));
+    EXPECT_TRUE(Exists("kept.job"));
+}
+
 }  // namespace
 }  // namespace vrn::tasks::testing
