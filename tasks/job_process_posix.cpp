@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -34,7 +35,28 @@ struct Launch {
     const char* fileName = nullptr;
     uint64_t identity = 0;
     uint32_t maxRunTime = 0;
+    int niceness = 0;
 };
+
+// The scheduler's priority classes as niceness; realtime is as high as a
+// task may go here.
+int NicenessOf(uint32_t priorityClass) {
+    static constexpr struct {
+        uint32_t priorityClass;
+        int niceness;
+    } kTable[] = {
+        {0x40, 19},     // idle
+        {0x4000, 10},   // below normal
+        {0x20, 0},      // normal
+        {0x8000, -5},   // above normal
+        {0x80, -10},    // high
+        {0x100, -10},   // realtime
+    };
+    for (const auto& row : kTable) {
+        if (row.priorityClass == priorityClass) return row.niceness;
+    }
+    return 0;
+}
 
 // The run may last the task's maximum run time, and not past the end of a
 // duration that kills it.
@@ -74,6 +96,8 @@ void WriteAll(int fd, const void* data, size_t size) {
 // The application's process: its own group, default signals, then exec.
 [[noreturn]] void BecomeApplication(const Launch& launch, int errorPipe) {
     setpgid(0, 0);
+    // A priority the user may not raise to runs at normal.
+    if (setpriority(PRIO_PROCESS, 0, launch.niceness) != 0) setpriority(PRIO_PROCESS, 0, 0);
     sigset_t none;
     sigemptyset(&none);
     sigprocmask(SIG_SETMASK, &none, nullptr);
@@ -273,6 +297,7 @@ int32_t RunStoredTask(const Store& store, const std::string& fileName, int64_t n
     launch.fileName = fileName.c_str();
     launch.identity = record.identity;
     launch.maxRunTime = RunTimeLimit(d, now);
+    launch.niceness = NicenessOf(d.priority);
     std::optional<std::string> application = ToUtf8(d.application);
     std::optional<std::string> directory = ToUtf8(d.workingDirectory);
     bool readable = application && directory;
