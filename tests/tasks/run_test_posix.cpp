@@ -163,40 +163,33 @@ TEST_F(JobRun, ThePriorityClassIsTheProgramsNicenessAndOneNotAllowedRunsAtNormal
     const struct {
         uint32_t priorityClass;
         int allowed, refused;  // niceness when the user may raise it, and when not
-    } cases[] = {
-        {0x40, 19, 19},  {0x4000, 10, 10}, {0x20, 0, 0},     {0x8000, -5, 0},
-        {0x80, -10, 0},  {0x100, -10, 0},  {0x12345, 0, 0},  // no class: normal
-    };
+    } cases[] = {{0x40, 19, 19}, {0x4000, 10, 10}, {0x20, 0, 0},     {0x8000, -5, 0},
+                 {0x80, -10, 0}, {0x100, -10, 0},  {0x12345, 0, 0}};  // the last no class: normal
     MakeTask(u"nice", u"/bin/sh", u"-c \"nice > niceness\"");
     jobs::Store store;
     ASSERT_EQ(jobs::Store::Open(folder_, &store), kOk);
     for (const auto& c : cases) {
-        for (const bool drop : {false, true}) {
-            SCOPED_TRACE(::testing::Message() << std::hex << c.priorityClass << (drop ? " refused" : ""));
+        for (const bool refused : {false, true}) {
             jobs::Record record;
             {
                 jobs::StoreLock lock;  // the last run's watcher may still be recording its end
-                ASSERT_EQ(store.Lock(&lock), kOk);
-                ASSERT_EQ(store.Read("nice.job", &record), kOk);
+                ASSERT_TRUE(store.Lock(&lock) == kOk && store.Read("nice.job", &record) == kOk);
                 record.definition.priority = c.priorityClass;
                 ASSERT_EQ(store.Write("nice.job", record), kOk);
             }
             unlink((folder_ + "/niceness").c_str());
             const pid_t child = fork();
-            ASSERT_GE(child, 0);
             if (child == 0) {
-                // Above normal already, where a privileged server may stand, so
-                // that "normal" is a change.
-                if (drop && privileged) setpriority(PRIO_PROCESS, 0, -3);
-                jobs::Record after;
-                _exit((!drop || DropRaising()) && jobs::RunStoredTask(store, "nice.job", NowInstant(), &after) == kOk
+                // From above normal, where a privileged server may stand, so that normal is a change.
+                if (refused && privileged) setpriority(PRIO_PROCESS, 0, -3);
+                _exit((!refused || DropRaising()) && jobs::RunStoredTask(store, "nice.job", NowInstant(), &record) == kOk
                           ? 0 : 1);
             }
-            int status = 0;
+            int status = 1;
             waitpid(child, &status, 0);
-            ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
-            ASSERT_TRUE(WaitFor([&] { return Read("niceness").ends_with("\n"); }));
-            EXPECT_EQ(std::stoi(Read("niceness")), privileged && !drop ? c.allowed : c.refused);
+            ASSERT_TRUE(status == 0 && WaitFor([&] { return Read("niceness").ends_with("\n"); }));
+            EXPECT_EQ(std::stoi(Read("niceness")), privileged && !refused ? c.allowed : c.refused)
+                << std::hex << c.priorityClass << (refused ? " refused" : "");
             ASSERT_TRUE(WaitFor([&] { return store.Read("nice.job", &record) == kOk && !jobs::IsRunning(record.run); }));
         }
     }
