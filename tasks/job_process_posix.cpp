@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -11,6 +12,7 @@
 #include <cstring>
 
 #include "tasks/local_time_posix.h"
+#include "tasks/trigger_schedule.h"
 
 namespace vrn::tasks::jobs {
 namespace {
@@ -33,7 +35,37 @@ struct Launch {
     const char* fileName = nullptr;
     uint64_t identity = 0;
     uint32_t maxRunTime = 0;
+    int niceness = 0;
 };
+
+// The scheduler's priority classes as niceness; realtime is as high as a
+// task may go here.
+int NicenessOf(uint32_t priorityClass) {
+    static constexpr struct {
+        uint32_t priorityClass;
+        int niceness;
+    } kTable[] = {
+        {0x40, 19},     // idle
+        {0x4000, 10},   // below normal
+        {0x20, 0},      // normal
+        {0x8000, -5},   // above normal
+        {0x80, -10},    // high
+        {0x100, -10},   // realtime
+    };
+    for (const auto& row : kTable) {
+        if (row.priorityClass == priorityClass) return row.niceness;
+    }
+    return 0;
+}
+
+// The run may last the task's maximum run time, and not past the end of a
+// duration that kills it.
+uint32_t RunTimeLimit(const Definition& d, int64_t now) {
+    const std::optional<int64_t> kill = KillTime(d.triggers, now, SystemTimeZone());
+    if (!kill) return d.maxRunTime;
+    const uint64_t left = static_cast<uint64_t>(*kill - now) * 1000;
+    return left < d.maxRunTime ? static_cast<uint32_t>(left) : d.maxRunTime;
+}
 
 volatile sig_atomic_t timedOut = 0;
 void OnAlarm(int) { timedOut = 1; }
@@ -64,6 +96,8 @@ void WriteAll(int fd, const void* data, size_t size) {
 // The application's process: its own group, default signals, then exec.
 [[noreturn]] void BecomeApplication(const Launch& launch, int errorPipe) {
     setpgid(0, 0);
+    // A priority the user may not raise to runs at normal.
+    if (setpriority(PRIO_PROCESS, 0, launch.niceness) != 0) setpriority(PRIO_PROCESS, 0, 0);
     sigset_t none;
     sigemptyset(&none);
     sigprocmask(SIG_SETMASK, &none, nullptr);
@@ -262,7 +296,8 @@ int32_t RunStoredTask(const Store& store, const std::string& fileName, int64_t n
     launch.folder = store.Folder().c_str();
     launch.fileName = fileName.c_str();
     launch.identity = record.identity;
-    launch.maxRunTime = d.maxRunTime;
+    launch.maxRunTime = RunTimeLimit(d, now);
+    launch.niceness = NicenessOf(d.priority);
     std::optional<std::string> application = ToUtf8(d.application);
     std::optional<std::string> directory = ToUtf8(d.workingDirectory);
     bool readable = application && directory;
@@ -286,9 +321,27 @@ int32_t RunStoredTask(const Store& store, const std::string& fileName, int64_t n
     run.startResult = report.error == 0 ? kOk : report.error == EINVAL ? kInvalidArgument : ErrnoResult(report.error);
     run.pid = report.pid;
     run.pidStart = report.pidStart;
+    MarkLastRun(&record, now);
     result = store.Write(fileName, record);
     *after = record;
     return result;
+}
+
+void MarkLastRun(Record* record, int64_t now) {
+    const Definition& d = record->definition;
+    RunState& run = record->run;
+    run.flags &= ~kRunDeleteWhenDone;
+    if ((run.flags & kRunRunning) != 0 && (d.flags & kTaskFlagDeleteWhenDone) != 0 &&
+        NextTaskRun(d.triggers, now + 1, SystemTimeZone(), record->identity).kind != NextRunKind::kTime) {
+        run.flags |= kRunDeleteWhenDone;
+    }
+}
+
+bool IsDoneForGood(const Record& record, int64_t now, const TimeZone& zone) {
+    const Definition& d = record.definition;
+    return (d.flags & kTaskFlagDeleteWhenDone) != 0 && (record.run.flags & kRunStarted) != 0 &&
+           record.run.startResult == kOk && !IsRunning(record.run) &&
+           NextTaskRun(d.triggers, now + 1, zone, record.identity).kind != NextRunKind::kTime;
 }
 
 int32_t TerminateStoredTask(const Store& store, const std::string& fileName, Record* after) {

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "tasks/job_store_posix.h"
+#include "tasks/trigger_schedule.h"
 
 namespace vrn::tasks::jobs {
 
@@ -27,6 +28,13 @@ bool IsRunning(const RunState& run);
 // and records the run: time, process, and what starting it gave. *after gets
 // the stored record as it now is.
 int32_t RunStoredTask(const Store& store, const std::string& fileName, int64_t now, Record* after);
+// Marks a running task with the delete-when-done flag and no start left after
+// `now` so that its run's end deletes it; clears the mark otherwise.
+void MarkLastRun(Record* record, int64_t now);
+// The task has the delete-when-done flag, its run ended, and no start is left
+// after `now`: it is to be deleted.
+bool IsDoneForGood(const Record& record, int64_t now, const TimeZone& zone);
+
 // Stops the running process group of the stored task; kTaskNotRunning when none.
 int32_t TerminateStoredTask(const Store& store, const std::string& fileName, Record* after);
 

@@ -38,6 +38,7 @@ struct Definition {
 inline constexpr uint32_t kRunStarted = 0x1;     // a start was tried: lastRun and startResult hold
 inline constexpr uint32_t kRunRunning = 0x2;     // pid/pidStart name the running process group
 inline constexpr uint32_t kRunTerminated = 0x4;  // the last run was stopped by Terminate
+inline constexpr uint32_t kRunDeleteWhenDone = 0x8;  // the running one is the task's last: its end deletes it
 
 // What happened when it last ran: written by Run, by Terminate and by the
 // process that watches a run.

@@ -13,13 +13,18 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <memory>
+#include <string_view>
 
 namespace vrn::tasks::jobs {
 namespace {
 
 constexpr char kLockName[] = ".lock";
-constexpr char kTempName[] = ".tmp-XXXXXX";  // run-due clears those a killed writer left
+constexpr char kTempName[] = ".tmp-XXXXXX";
+constexpr size_t kTempPrefix = 5;  // ".tmp-", then six letters or digits
+// A save takes well under this; a writer alive holds its file's lock besides.
+constexpr int64_t kLeftoverSeconds = 60;
 constexpr char kSuffix[] = ".job";
 
 char Lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
@@ -27,6 +32,13 @@ char Lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + '
 bool EqualIgnoringCase(const std::string& a, const std::string& b) {
     return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
                return Lower(x) == Lower(y);
+           });
+}
+
+bool IsTempName(std::string_view name) {
+    return name.size() == sizeof kTempName - 1 && name.starts_with(std::string_view(kTempName, kTempPrefix)) &&
+           std::all_of(name.begin() + kTempPrefix, name.end(), [](char c) {
+               return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
            });
 }
 
@@ -182,7 +194,25 @@ int32_t Store::Open(const std::string& folder, Store* store) {
 
 int32_t Store::Lock(StoreLock* lock) const {
     lock->fd_ = LockFolder(folder_.c_str());
-    return lock->fd_ >= 0 ? kOk : ErrnoResult(errno);
+    if (lock->fd_ < 0) return ErrnoResult(errno);
+    SweepLeftovers();
+    return kOk;
+}
+
+// A temporary file is a killed writer's when no one holds its lock and it is
+// older than any save; a writer between making it and locking it is young.
+void Store::SweepLeftovers() const {
+    std::unique_ptr<DIR, int (*)(DIR*)> dir(opendir(folder_.c_str()), closedir);
+    if (!dir) return;
+    const time_t now = time(nullptr);
+    while (const dirent* entry = readdir(dir.get())) {
+        if (!IsTempName(entry->d_name)) continue;
+        const std::string path = folder_ + "/" + entry->d_name;
+        const Descriptor fd(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+        struct stat st {};
+        if (fd.Get() < 0 || flock(fd.Get(), LOCK_EX | LOCK_NB) != 0 || fstat(fd.Get(), &st) != 0) continue;
+        if (S_ISREG(st.st_mode) && st.st_mtime <= now - kLeftoverSeconds) unlink(path.c_str());
+    }
 }
 
 int32_t Store::Resolve(const std::string& fileName, std::string* stored) const {
@@ -276,6 +306,7 @@ int WriteImage(const char* folder, const char* name, const uint8_t* data, size_t
     if (!JoinPath(temp, folder, kTempName) || !JoinPath(target, folder, name)) return ENAMETOOLONG;
     const int fd = mkostemp(temp, O_CLOEXEC);  // made 0600
     if (fd < 0) return errno;
+    flock(fd, LOCK_EX | LOCK_NB);  // tells the sweep that its writer lives
     int error = 0;
     if (!WriteAll(fd, data, size)) {
         error = errno != 0 ? errno : EIO;
@@ -306,7 +337,11 @@ void RecordRunEnd(const char* folder, const char* name, uint64_t identity, int32
         if (map != MAP_FAILED) {
             uint8_t* image = static_cast<uint8_t*>(map);
             RunState run = ImageRunState(image);
-            if (ImageIdentity(image, size) == identity && (run.flags & kRunRunning) != 0 && run.pid == pid) {
+            if (ImageIdentity(image, size) != identity || (run.flags & kRunRunning) == 0 || run.pid != pid) {
+                // another task of that name, or another run: not ours to record
+            } else if ((run.flags & kRunDeleteWhenDone) != 0) {
+                if (unlink(path) == 0) SyncFolder(folder);
+            } else {
                 run.flags &= ~kRunRunning;
                 run.exitCode = exitCode;
                 SetImageRunState(image, size, run);

@@ -1,6 +1,7 @@
 // The job store's folder: one file per task, named by the task with ".job".
 // Readers need no lock (a file is only ever replaced whole, by rename); every
-// writer holds the folder's lock.
+// writer holds the folder's lock, and each temporary file its own while its
+// writer lives.
 #pragma once
 
 #include <cstdint>
@@ -50,6 +51,7 @@ public:
     static int32_t Open(const std::string& folder, Store* store);
     const std::string& Folder() const { return folder_; }
 
+    // Takes the folder's lock and removes what killed writers left.
     [[nodiscard]] int32_t Lock(StoreLock* lock) const;
     // The stored file of that name, exactly or in another letter case; kFileNotFound.
     [[nodiscard]] int32_t Resolve(const std::string& fileName, std::string* stored) const;
@@ -62,6 +64,7 @@ public:
     [[nodiscard]] int32_t Remove(const std::string& fileName) const;
 
 private:
+    void SweepLeftovers() const;
     std::string folder_;
 };
 
@@ -71,7 +74,8 @@ int LockFolder(const char* folder);
 // Replaces folder/name with the bytes, through a temporary file, fsync and rename.
 int WriteImage(const char* folder, const char* name, const uint8_t* data, size_t size);
 // Records the end of the run of process `pid` when the file still holds that
-// task (identity) and names that run.
+// task (identity) and names that run; deletes the task instead when that run
+// was marked its last.
 void RecordRunEnd(const char* folder, const char* name, uint64_t identity, int32_t pid, uint32_t exitCode);
 
 }  // namespace vrn::tasks::jobs

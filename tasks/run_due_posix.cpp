@@ -1,13 +1,11 @@
 #include "tasks/run_due_posix.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <charconv>
-#include <memory>
 
 #include "frame/procedure.h"
 #include "tasks/job_process_posix.h"
@@ -37,16 +35,11 @@ int32_t KeepLook(const Store& store, int64_t now) {
                                   text.size()));
 }
 
-// Temporary files of writers that died mid-save: with the lock held, no
-// writer is at work, so every one there is left over.
-void ClearLeftovers(const Store& store) {
+void RemoveDoneTask(const Store& store, const std::string& name, int64_t now, const TimeZone& zone) {
     StoreLock lock;
-    if (store.Lock(&lock) < 0) return;
-    std::unique_ptr<DIR, int (*)(DIR*)> dir(opendir(store.Folder().c_str()), closedir);
-    if (!dir) return;
-    while (const dirent* entry = readdir(dir.get())) {
-        if (std::string_view(entry->d_name).starts_with(".tmp-")) unlink((store.Folder() + "/" + entry->d_name).c_str());
-    }
+    Record record;
+    if (store.Lock(&lock) < 0 || store.Read(name, &record) < 0 || !IsDoneForGood(record, now, zone)) return;
+    (void)store.Remove(name);
 }
 
 }  // namespace
@@ -62,7 +55,10 @@ int32_t RunDue(const Store& store, int64_t now, const TimeZone& zone, std::vecto
     if (busy.fd < 0) return ErrnoResult(errno);
     if (flock(busy.fd, LOCK_EX | LOCK_NB) != 0) return errno == EWOULDBLOCK ? kOk : ErrnoResult(errno);
 
-    ClearLeftovers(store);
+    {
+        StoreLock sweep;  // a look writes too, so it sweeps as writers do
+        if (const int32_t result = store.Lock(&sweep); result < 0) return result;
+    }
     const std::optional<int64_t> previous = PreviousLook(store);
     if (previous && *previous < now) {
         std::vector<std::string> names;
@@ -70,9 +66,14 @@ int32_t RunDue(const Store& store, int64_t now, const TimeZone& zone, std::vecto
         if (result < 0) return result;
         for (const std::string& name : names) {
             Record record;
-            if (store.Read(name, &record) < 0 || (record.definition.flags & kTaskFlagDisabled) != 0) continue;
-            const NextRun next = NextTaskRun(record.definition.triggers, *previous + 1, zone);
-            if (next.kind != NextRunKind::kTime || next.instant > now || IsRunning(record.run)) continue;
+            if (store.Read(name, &record) < 0) continue;
+            const NextRun next = NextTaskRun(record.definition.triggers, *previous + 1, zone, record.identity);
+            if (next.kind != NextRunKind::kTime || next.instant > now || IsRunning(record.run) ||
+                (record.definition.flags & kTaskFlagDisabled) != 0) {
+                // A run that ended while starts were left, and none is now.
+                if (IsDoneForGood(record, now, zone)) RemoveDoneTask(store, name, now, zone);
+                continue;
+            }
             Record after;
             if (RunStoredTask(store, name, now, &after) >= 0 && started != nullptr) started->push_back(name);
         }

@@ -126,6 +126,7 @@ public:
         if (result < 0) return result;
         jobs::Record stored;
         if (task_->store.Read(task_->fileName, &stored) == kOk) task_->Adopt(stored);
+        jobs::MarkLastRun(&task_->record, NowInstant());  // the triggers or flags may have changed
         return task_->store.Write(task_->fileName, task_->record);
     }
 
@@ -191,7 +192,7 @@ public:
         } else if (Definition().application.empty()) {
             *status = kTaskNotScheduled;
         } else {
-            switch (NextTaskRun(Definition().triggers, NowInstant(), SystemTimeZone()).kind) {
+            switch (NextTaskRun(Definition().triggers, NowInstant(), SystemTimeZone(), task_->record.identity).kind) {
                 case NextRunKind::kNoValidTriggers:
                     *status = kTaskNoValidTriggers;
                     break;
@@ -252,7 +253,7 @@ public:
         if (time == nullptr) return kInvalidArgument;
         *time = SystemTime{};
         if ((Definition().flags & kTaskFlagDisabled) != 0) return kTaskDisabled;
-        const NextRun next = NextTaskRun(Definition().triggers, NowInstant(), SystemTimeZone());
+        const NextRun next = NextTaskRun(Definition().triggers, NowInstant(), SystemTimeZone(), task_->record.identity);
         switch (next.kind) {
             case NextRunKind::kTime:
                 *time = ToSystemTime(next.instant, SystemTimeZone());

@@ -9,6 +9,9 @@ constexpr int32_t kMaxYear = 9999;  // a SYSTEMTIME can't say more
 // How far back a repetition may reach: starts older than this are not looked
 // at, so a duration of years costs no more than one of a year.
 constexpr int64_t kMaxRepetitionDays = 400;
+// How many starts a random delay may make worth looking at (a delay of days
+// over a repetition of minutes); past that the earliest found stands.
+constexpr int kMaxDelayedStarts = 20000;
 
 bool IsLeapYear(int32_t year) { return (year % 4 == 0 && year % 100 != 0) || year % 400 == 0; }
 
@@ -143,35 +146,58 @@ bool IsValidDate(int32_t year, int32_t month, int32_t day) {
            day <= DaysInMonth(year, month);
 }
 
-std::optional<int64_t> NextTriggerStart(const TASK_TRIGGER& t, int64_t from, const TimeZone& zone) {
+namespace {
+
+// The days a trigger may start on, or none for a trigger that never starts.
+struct Term {
+    int64_t begin = 0, last = 0;
+};
+std::optional<Term> TermOf(const TASK_TRIGGER& t) {
     if ((t.rgFlags & kTriggerFlagDisabled) != 0 || !HasSetTimes(t)) return std::nullopt;
     if (!IsValidDate(t.wBeginYear, t.wBeginMonth, t.wBeginDay) || t.wStartHour > 23 || t.wStartMinute > 59) {
         return std::nullopt;
     }
-    const int64_t begin = DaysFromCivil(t.wBeginYear, t.wBeginMonth, t.wBeginDay);
-    int64_t last = DaysFromCivil(kMaxYear, 12, 31);
+    Term term{DaysFromCivil(t.wBeginYear, t.wBeginMonth, t.wBeginDay), DaysFromCivil(kMaxYear, 12, 31)};
     if ((t.rgFlags & kTriggerFlagHasEndDate) != 0 && t.TriggerType != kTriggerOnce) {
         if (!IsValidDate(t.wEndYear, t.wEndMonth, t.wEndDay)) return std::nullopt;
-        last = DaysFromCivil(t.wEndYear, t.wEndMonth, t.wEndDay);
+        term.last = DaysFromCivil(t.wEndYear, t.wEndMonth, t.wEndDay);
     }
+    return term;
+}
 
+// The first start of the trigger on or after `day`: its day and its instant.
+struct Occurrence {
+    int64_t day = 0, instant = 0;
+};
+std::optional<Occurrence> NextOccurrence(const TASK_TRIGGER& t, const Term& term, int64_t day, const TimeZone& zone) {
+    const std::optional<int64_t> start = NextStartDay(t, term.begin, day);
+    if (!start || *start > term.last) return std::nullopt;
+    LocalTime at = CivilFromDays(*start);
+    at.hour = t.wStartHour;
+    at.minute = t.wStartMinute;
+    return Occurrence{*start, zone.ToInstant(at)};
+}
+
+// The first day whose start may still matter at `from`: a start whose
+// duration can't reach it needn't be looked at; a day more covers the zone's offset.
+int64_t FirstDayToLook(const TASK_TRIGGER& t, int64_t from, const TimeZone& zone) {
+    const int64_t reach = std::min(int64_t{t.MinutesDuration} * 60 / 86400 + 1, kMaxRepetitionDays) + 1;
+    const LocalTime now = zone.ToLocal(from);
+    return DaysFromCivil(now.year, now.month, now.day) - reach;
+}
+
+// The first start at or after `from`, repetitions counted, no random delay.
+std::optional<int64_t> FirstStart(const TASK_TRIGGER& t, int64_t from, const TimeZone& zone) {
+    const std::optional<Term> term = TermOf(t);
+    if (!term) return std::nullopt;
     const bool repeats = t.MinutesInterval > 0 && t.MinutesDuration > t.MinutesInterval;
     const int64_t step = repeats ? int64_t{t.MinutesInterval} * 60 : 0;
     const int64_t span = repeats ? int64_t{t.MinutesDuration} * 60 : 0;
-    // A start whose repetitions can't reach `from` needn't be looked at; a day
-    // more covers the zone's offset.
-    const int64_t reach = std::min(span / 86400 + 1, kMaxRepetitionDays) + 1;
-    const LocalTime now = zone.ToLocal(from);
-    int64_t day = DaysFromCivil(now.year, now.month, now.day) - reach;
-
     std::optional<int64_t> best;
-    for (;;) {
-        const std::optional<int64_t> start = NextStartDay(t, begin, day);
-        if (!start || *start > last) break;
-        LocalTime at = CivilFromDays(*start);
-        at.hour = t.wStartHour;
-        at.minute = t.wStartMinute;
-        const int64_t s = zone.ToInstant(at);
+    for (int64_t day = FirstDayToLook(t, from, zone);;) {
+        const std::optional<Occurrence> o = NextOccurrence(t, *term, day, zone);
+        if (!o) break;
+        const int64_t s = o->instant;
         if (s >= from) {
             if (!best || s < *best) best = s;
             break;
@@ -180,22 +206,70 @@ std::optional<int64_t> NextTriggerStart(const TASK_TRIGGER& t, int64_t from, con
             const int64_t k = (from - s + step - 1) / step;
             if (k * step < span && (!best || s + k * step < *best)) best = s + k * step;
         }
-        day = *start + 1;
+        day = o->day + 1;
     }
     return best;
 }
 
-NextRun NextTaskRun(std::span<const TASK_TRIGGER> triggers, int64_t from, const TimeZone& zone) {
+// The random delay of one start, in seconds (whole minutes): a hash of the
+// task's seed and the start, so a start keeps the delay it drew however often
+// it is asked for.
+int64_t RandomDelay(const TASK_TRIGGER& t, uint64_t seed, int64_t start) {
+    uint64_t x = seed ^ (static_cast<uint64_t>(start) * 0x9E3779B97F4A7C15u);
+    x = (x ^ (x >> 30)) * 0xBF58476D1CE4E5B9u;
+    x = (x ^ (x >> 27)) * 0x94D049BB133111EBu;
+    x ^= x >> 31;
+    return static_cast<int64_t>(x % (uint64_t{t.wRandomMinutesInterval} + 1)) * 60;
+}
+
+}  // namespace
+
+std::optional<int64_t> NextTriggerStart(const TASK_TRIGGER& t, int64_t from, const TimeZone& zone, uint64_t seed) {
+    if (t.wRandomMinutesInterval == 0) return FirstStart(t, from, zone);
+    // A start up to the spread before `from` may be delayed past it; delays
+    // can reorder starts, so the search runs until a start comes no earlier
+    // than the best delayed one.
+    std::optional<int64_t> best;
+    int64_t at = from - int64_t{t.wRandomMinutesInterval} * 60;
+    for (int n = 0; n < kMaxDelayedStarts; ++n) {
+        const std::optional<int64_t> s = FirstStart(t, at, zone);
+        if (!s || (best && *s >= *best)) break;
+        const int64_t delayed = *s + RandomDelay(t, seed, *s);
+        if (delayed >= from && (!best || delayed < *best)) best = delayed;
+        at = *s + 1;
+    }
+    return best;
+}
+
+std::optional<int64_t> KillTime(std::span<const TASK_TRIGGER> triggers, int64_t at, const TimeZone& zone) {
+    std::optional<int64_t> best;
+    for (const TASK_TRIGGER& t : triggers) {
+        const std::optional<Term> term = TermOf(t);
+        if ((t.rgFlags & kTriggerFlagKillAtDurationEnd) == 0 || t.MinutesDuration == 0 || !term) continue;
+        const int64_t span = int64_t{t.MinutesDuration} * 60;
+        for (int64_t day = FirstDayToLook(t, at, zone);;) {
+            const std::optional<Occurrence> o = NextOccurrence(t, *term, day, zone);
+            if (!o || o->instant > at) break;
+            if (at < o->instant + span && (!best || o->instant + span < *best)) best = o->instant + span;
+            day = o->day + 1;
+        }
+    }
+    return best;
+}
+
+NextRun NextTaskRun(std::span<const TASK_TRIGGER> triggers, int64_t from, const TimeZone& zone, uint64_t seed) {
     NextRun out;
     bool timed = false, events = false;
-    for (const TASK_TRIGGER& t : triggers) {
+    for (size_t i = 0; i < triggers.size(); ++i) {
+        const TASK_TRIGGER& t = triggers[i];
         if ((t.rgFlags & kTriggerFlagDisabled) != 0) continue;
         if (!HasSetTimes(t)) {
             events = true;
             continue;
         }
         timed = true;
-        const std::optional<int64_t> start = NextTriggerStart(t, from, zone);
+        // Each trigger draws its own delays.
+        const std::optional<int64_t> start = NextTriggerStart(t, from, zone, seed + i * 0xD1B54A32D192ED03u);
         if (start && (out.kind != NextRunKind::kTime || *start < out.instant)) {
             out.kind = NextRunKind::kTime;
             out.instant = *start;

@@ -36,8 +36,15 @@ bool IsValidDate(int32_t year, int32_t month, int32_t day);
 // The first start of one trigger at or after `from`: none for a disabled
 // trigger, an ended term, a pattern that never matches, or an event trigger.
 // Repetition (MinutesInterval within MinutesDuration) counts elapsed time from
-// each day's start.
-std::optional<int64_t> NextTriggerStart(const TASK_TRIGGER& trigger, int64_t from, const TimeZone& zone);
+// each day's start. A random delay (wRandomMinutesInterval) puts each start
+// 0 to that many whole minutes later, drawn from `seed` and the start.
+std::optional<int64_t> NextTriggerStart(const TASK_TRIGGER& trigger, int64_t from, const TimeZone& zone,
+                                        uint64_t seed = 0);
+
+// When a run that starts at `at` must stop: the earliest end of a duration
+// that holds `at`, of the triggers that kill at their duration's end; none
+// when no such duration holds it.
+std::optional<int64_t> KillTime(std::span<const TASK_TRIGGER> triggers, int64_t at, const TimeZone& zone);
 
 // The next start over all of a task's triggers, and why there is none.
 enum class NextRunKind {
@@ -50,6 +57,7 @@ struct NextRun {
     NextRunKind kind = NextRunKind::kNoValidTriggers;
     int64_t instant = 0;  // for kTime
 };
-NextRun NextTaskRun(std::span<const TASK_TRIGGER> triggers, int64_t from, const TimeZone& zone);
+// `seed` (the task's) draws the random delays.
+NextRun NextTaskRun(std::span<const TASK_TRIGGER> triggers, int64_t from, const TimeZone& zone, uint64_t seed = 0);
 
 }  // namespace vrn::tasks

@@ -1,6 +1,9 @@
 // Running a stored task for real. What a run shows through the procedures
 // (its effect, exit code, time and status) is the task scripts'.
+#include <linux/capability.h>
 #include <signal.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 
 #include <cerrno>
@@ -10,6 +13,7 @@
 
 #include "tasks/job_process_posix.h"
 #include "tasks/job_store_posix.h"
+#include "tasks/local_time_posix.h"
 #include "tests/tasks/store_fixture_posix.h"
 
 namespace vrn::tasks::testing {
@@ -34,13 +38,6 @@ TEST(CommandLine, SplitsAsTheWindowsRuntimeDoes) {
 
 class JobRun : public StoreTest {
 protected:
-    static bool WaitFor(const std::function<bool()>& done) {
-        for (int i = 0; i < 1000; ++i) {
-            if (done()) return true;
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        }
-        return false;
-    }
     int32_t Status(const char16_t* name) {
         int32_t status = 0;
         EXPECT_EQ(Open(name)->GetStatus(&status), kOk);
@@ -139,6 +136,63 @@ TEST_F(JobRun, AStartThatFailsShowsInTheExitCodeResult) {
         ASSERT_EQ(scheduler_->Delete(u"failing"), kOk);
     }
     ExpectNoChildren();
+}
+
+// Whether this process may raise a priority: a child tries.
+bool MayRaisePriority() {
+    const pid_t child = fork();
+    if (child == 0) _exit(setpriority(PRIO_PROCESS, 0, -1) == 0 ? 0 : 1);
+    int status = 0;
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+// Gives up the right to raise priorities, as a user without it is.
+bool DropRaising() {
+    __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+    __user_cap_data_struct data[2]{};
+    if (syscall(SYS_capget, &header, data) != 0) return false;
+    data[0].effective &= ~(1u << CAP_SYS_NICE);  // capabilities 0 to 31
+    data[0].permitted &= ~(1u << CAP_SYS_NICE);
+    return syscall(SYS_capset, &header, data) == 0;
+}
+
+TEST_F(JobRun, ThePriorityClassIsTheProgramsNicenessAndOneNotAllowedRunsAtNormal) {
+    if (getpriority(PRIO_PROCESS, 0) != 0) GTEST_SKIP() << "the tests run niced";
+    const bool privileged = MayRaisePriority();
+    const struct {
+        uint32_t priorityClass;
+        int allowed, refused;  // niceness when the user may raise it, and when not
+    } cases[] = {{0x40, 19, 19}, {0x4000, 10, 10}, {0x20, 0, 0},     {0x8000, -5, 0},
+                 {0x80, -10, 0}, {0x100, -10, 0},  {0x12345, 0, 0}};  // the last no class: normal
+    MakeTask(u"nice", u"/bin/sh", u"-c \"nice > niceness\"");
+    jobs::Store store;
+    ASSERT_EQ(jobs::Store::Open(folder_, &store), kOk);
+    for (const auto& c : cases) {
+        for (const bool refused : {false, true}) {
+            jobs::Record record;
+            {
+                jobs::StoreLock lock;  // the last run's watcher may still be recording its end
+                ASSERT_TRUE(store.Lock(&lock) == kOk && store.Read("nice.job", &record) == kOk);
+                record.definition.priority = c.priorityClass;
+                ASSERT_EQ(store.Write("nice.job", record), kOk);
+            }
+            unlink((folder_ + "/niceness").c_str());
+            const pid_t child = fork();
+            if (child == 0) {
+                // From above normal, where a privileged server may stand, so that normal is a change.
+                if (refused && privileged) setpriority(PRIO_PROCESS, 0, -3);
+                _exit((!refused || DropRaising()) && jobs::RunStoredTask(store, "nice.job", NowInstant(), &record) == kOk
+                          ? 0 : 1);
+            }
+            int status = 1;
+            waitpid(child, &status, 0);
+            ASSERT_TRUE(status == 0 && WaitFor([&] { return Read("niceness").ends_with("\n"); }));
+            EXPECT_EQ(std::stoi(Read("niceness")), privileged && !refused ? c.allowed : c.refused)
+                << std::hex << c.priorityClass << (refused ? " refused" : "");
+            ASSERT_TRUE(WaitFor([&] { return store.Read("nice.job", &record) == kOk && !jobs::IsRunning(record.run); }));
+        }
+    }
 }
 
 }  // namespace

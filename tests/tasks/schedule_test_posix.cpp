@@ -4,6 +4,7 @@
 
 #include <ctime>
 #include <optional>
+#include <set>
 #include <vector>
 
 #include "tasks/local_time_posix.h"
@@ -89,6 +90,10 @@ TEST_F(Schedule, NextStartOfOneTrigger) {
         {"once, gone", Make(kTriggerOnce, 8, 0, {2024, 6, 1}), {2024, 6, 1, 8, 1}, std::nullopt},
         {"repeating, between", Repeating(Daily(10, 0), 15, 60), {2024, 1, 1, 10, 20}, LocalTime{2024, 1, 1, 10, 30}},
         {"repeating past midnight", Repeating(Daily(23, 0), 60, 180), {2024, 1, 2, 0, 30}, LocalTime{2024, 1, 2, 1, 0}},
+        {"repeating, the duration's end is no start", Repeating(Daily(10, 0), 15, 60), {2024, 1, 1, 10, 46},
+         LocalTime{2024, 1, 2, 10, 0}},
+        {"repeating, none after the end day", Repeating(EndingOn(Daily(10, 0), 2024, 1, 1), 15, 60),
+         {2024, 1, 1, 10, 46}, std::nullopt},
         {"a time the clocks skip", Daily(2, 30), {2024, 3, 30, 12, 0}, LocalTime{2024, 3, 31, 3, 30}},
         {"the day the clocks go forward", Daily(10, 0), {2024, 3, 30, 11, 0}, LocalTime{2024, 3, 31, 10, 0}},
     };
@@ -116,6 +121,9 @@ TEST_F(Schedule, NextRunOfATaskAndWhyThereIsNone) {
         {{}, NextRunKind::kNoValidTriggers, {}},
         {{off}, NextRunKind::kNoValidTriggers, {}},
         {{Make(kTriggerAtSystemStart, 0, 0), off}, NextRunKind::kEventOnly, {}},
+        {{Make(kTriggerOnIdle, 0, 0)}, NextRunKind::kEventOnly, {}},
+        {{Make(kTriggerAtLogon, 0, 0)}, NextRunKind::kEventOnly, {}},
+        {{Make(kTriggerAtLogon, 0, 0), Daily(12, 0)}, NextRunKind::kTime, {2024, 1, 3, 12, 0}},
         {{EndingOn(Daily(1, 0), 2024, 1, 2), Make(kTriggerOnIdle, 0, 0)}, NextRunKind::kNoMoreRuns, {}},
         {{Weekly(kFri), off, Daily(12, 0)}, NextRunKind::kTime, {2024, 1, 3, 12, 0}},  // the earliest
     };
@@ -126,6 +134,51 @@ TEST_F(Schedule, NextRunOfATaskAndWhyThereIsNone) {
             EXPECT_EQ(zone.ToLocal(next.instant), c.at);
         }
     }
+}
+
+TASK_TRIGGER Killing(TASK_TRIGGER t, uint32_t forMinutes, uint32_t every = 0) {
+    return t.rgFlags |= kTriggerFlagKillAtDurationEnd, t.MinutesDuration = forMinutes, t.MinutesInterval = every, t;
+}
+
+TEST_F(Schedule, ARunStopsAtTheEndOfTheDurationItStartedIn) {
+    const TimeZone& zone = SystemTimeZone();
+    const struct {
+        std::vector<TASK_TRIGGER> triggers;
+        LocalTime at;
+        std::optional<LocalTime> kill;
+    } cases[] = {
+        {{Killing(Daily(10, 0), 60)}, {2024, 1, 1, 10, 0}, LocalTime{2024, 1, 1, 11, 0}},
+        {{Killing(Daily(10, 0), 60)}, {2024, 1, 1, 11, 0}, std::nullopt},  // the end holds no more
+        {{Killing(Daily(10, 0), 60)}, {2024, 1, 1, 9, 59}, std::nullopt},
+        {{Killing(Daily(10, 0), 60, 15)}, {2024, 1, 1, 10, 50}, LocalTime{2024, 1, 1, 11, 0}},
+        {{Killing(Daily(23, 0), 180)}, {2024, 1, 2, 1, 0}, LocalTime{2024, 1, 2, 2, 0}},
+        {{Repeating(Daily(10, 0), 15, 60)}, {2024, 1, 1, 10, 20}, std::nullopt},  // no kill flag
+        {{Killing(Daily(10, 0), 60), Killing(Daily(10, 10), 20)}, {2024, 1, 1, 10, 20}, LocalTime{2024, 1, 1, 10, 30}},
+    };
+    for (const auto& c : cases) {
+        const std::optional<int64_t> kill = KillTime(c.triggers, zone.ToInstant(c.at), zone);
+        EXPECT_EQ(kill ? std::optional(zone.ToLocal(*kill)) : std::nullopt, c.kill) << &c - cases;
+    }
+}
+
+// Asked again from any moment before it, a delayed start names the same time,
+// whole minutes within the spread; starts and tasks draw apart.
+TEST_F(Schedule, ARandomDelayIsDrawnOncePerStart) {
+    const TimeZone& zone = SystemTimeZone();
+    TASK_TRIGGER t = Repeating(Daily(10, 0), 60, 600);
+    t.wRandomMinutesInterval = 30;
+    std::set<int64_t> delays;
+    for (uint64_t seed = 1; seed <= 20; ++seed) {
+        int64_t next = zone.ToInstant({2024, 1, 1, 9, 0});
+        for (int hour = 10; hour < 13; ++hour) {
+            next = NextTriggerStart(t, next + 1, zone, seed).value_or(0);
+            const int64_t delay = next - zone.ToInstant({2024, 1, 1, hour, 0});
+            ASSERT_TRUE(delay >= 0 && delay <= 30 * 60 && delay % 60 == 0 &&
+                        NextTriggerStart(t, next - 59, zone, seed) == next) << delay;
+            delays.insert(delay);
+        }
+    }
+    EXPECT_GT(delays.size(), 5u);
 }
 
 }  // namespace

@@ -6,11 +6,14 @@
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <filesystem>
+#include <functional>
 #include <fstream>
 #include <iterator>
 #include <memory>
 #include <string>
+#include <thread>
 
 #include "tasks/connection.h"
 
@@ -56,6 +59,14 @@ protected:
         std::unique_ptr<Task> task;
         EXPECT_EQ(scheduler_->Activate(name, &task), kOk);
         return task;
+    }
+    // Bounded: ten seconds.
+    static bool WaitFor(const std::function<bool()>& done) {
+        for (int i = 0; i < 1000; ++i) {
+            if (done()) return true;
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+        return false;
     }
     std::string Read(const std::string& file) {
         std::ifstream in(folder_ + "/" + file, std::ios::binary);

@@ -1,12 +1,15 @@
 // The job store's own rules. What a client sees of it through the procedures
 // (codes, defaults, properties read back) is the task scripts'.
+#include <fcntl.h>
 #include <signal.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstring>
 #include <random>
+#include <set>
 #include <vector>
 
 #include "tasks/job_store_posix.h"
@@ -15,7 +18,19 @@
 namespace vrn::tasks::testing {
 namespace {
 
-using JobStore = StoreTest;
+class JobStore : public StoreTest {
+protected:
+    std::set<std::string> FolderEntries() const {
+        std::set<std::string> names;
+        for (const auto& entry : std::filesystem::directory_iterator(folder_)) names.insert(entry.path().filename());
+        return names;
+    }
+    // The file seems written that many seconds ago.
+    void Age(const std::string& name, int seconds) const {
+        const timespec times[2] = {{time(nullptr) - seconds, 0}, {time(nullptr) - seconds, 0}};
+        utimensat(AT_FDCWD, (folder_ + "/" + name).c_str(), times, 0);
+    }
+};
 
 TEST_F(JobStore, NamesBecomeFileNamesAndOddOnesAreRefused) {
     const struct {
@@ -174,6 +189,34 @@ TEST_F(JobStore, AKillDuringSaveLeavesTheOldTaskOrTheNew) {
     // Both outcomes happened, or the test proved nothing.
     EXPECT_GT(changed, 0);
     EXPECT_LT(changed, 200);
+
+    // Once what the killed savers left is older than a save, the next writer sweeps it.
+    for (const std::string& name : FolderEntries()) Age(name, 3600);
+    ASSERT_EQ(SaveTask(*Open(u"victim")), kOk);
+    EXPECT_EQ(FolderEntries(), (std::set<std::string>{".lock", "victim.job"}));
+}
+
+TEST_F(JobStore, TheNextWriterSweepsOnlyTemporaryFilesNoOneHoldsThatAreOlderThanASave) {
+    MakeTask(u".tmp-ab");  // a task, though its file name looks like a temporary one
+    const struct {
+        const char* name;
+        int age;  // seconds
+        bool held, swept;
+    } cases[] = {
+        {".tmp-Ab3xYz", 3600, false, true},  {".tmp-Ab3xY0", 5, false, false},  // a writer before its lock
+        {".tmp-Ab3xY1", 3600, true, false},  {".tmp-ab.job", 3600, false, false},
+        {".tmp-other", 3600, false, false},  // no name a save makes
+    };
+    std::vector<int> held;
+    for (const auto& c : cases) {
+        const int fd = open((folder_ + "/" + c.name).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+        ASSERT_TRUE(fd >= 0 && (!c.held || flock(fd, LOCK_EX) == 0));
+        c.held ? held.push_back(fd) : (void)close(fd);
+        Age(c.name, c.age);
+    }
+    MakeTask(u"writer");
+    for (int fd : held) close(fd);
+    for (const auto& c : cases) EXPECT_EQ(FolderEntries().count(c.name), c.swept ? 0u : 1u) << c.name;
 }
 
 }  // namespace
