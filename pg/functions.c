@@ -10,6 +10,7 @@
 #include "postgres.h"
 
 #include "catalog/namespace.h"
+#include "common/hashfn.h"
 #include "fmgr.h"
 #include "mb/pg_wchar.h"
 #include "utils/builtins.h"
@@ -336,24 +337,93 @@ PercStrNormalizeCall(FunctionCallInfo fcinfo, bool soft, bool defects)
     PG_RETURN_TEXT_P(ServerText(normalized, (int) length));
 }
 
+/*
+ * A price list repeats a few discounts over many rows, so each call site
+ * keeps, for its query, the values of the texts it evaluated: the same
+ * bytes of the database encoding and the same mode give the same double.
+ * Only values are kept; a refused text goes through the engine each time.
+ */
+typedef struct EvalKey {
+    char text[VRN_PG_EVALUATE_MAX]; /* zero beyond length, so that keys compare as bytes */
+    uint8 length;
+    uint8 unused[3];
+    int32 mode;
+} EvalKey;
+
+typedef struct EvalMemoEntry {
+    EvalKey key;
+    char status;
+    uint32 hash;
+    double value;
+} EvalMemoEntry;
+
+#define SH_PREFIX evalmemo
+#define SH_ELEMENT_TYPE EvalMemoEntry
+#define SH_KEY_TYPE EvalKey
+#define SH_KEY key
+#define SH_HASH_KEY(tb, k) hash_bytes((const unsigned char *) &(k), sizeof(EvalKey))
+#define SH_EQUAL(tb, a, b) (memcmp(&(a), &(b), sizeof(EvalKey)) == 0)
+#define SH_STORE_HASH
+#define SH_GET_HASH(tb, a) a->hash
+#define SH_SCOPE static inline
+#define SH_DECLARE
+#define SH_DEFINE
+/* The server's own header, written without -Wextra in mind. */
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wunused-parameter"
+#include "lib/simplehash.h"
+#pragma GCC diagnostic pop
+
+/* Past this many texts a call site keeps no more, and evaluates the rest each time. */
+#define EVAL_MEMO_MOST 16384
+
+static evalmemo_hash *
+EvalMemoOf(FunctionCallInfo fcinfo)
+{
+    if (fcinfo->flinfo == NULL)
+        return NULL;
+    if (fcinfo->flinfo->fn_extra == NULL)
+        fcinfo->flinfo->fn_extra = evalmemo_create(fcinfo->flinfo->fn_mcxt, 256, NULL);
+    return (evalmemo_hash *) fcinfo->flinfo->fn_extra;
+}
+
 static Datum
 PercStrEvalCall(FunctionCallInfo fcinfo, bool soft)
 {
     char buffer[VRN_PG_EVALUATE_MAX + 2];
+    text *argument = PG_GETARG_TEXT_PP(0);
+    int32_t mode = PG_GETARG_INT32(1);
+    int bytes = (int) VARSIZE_ANY_EXHDR(argument);
+    evalmemo_hash *memo = bytes <= VRN_PG_EVALUATE_MAX ? EvalMemoOf(fcinfo) : NULL;
+    EvalKey key;
+    EvalMemoEntry *entry;
+    bool found;
     double value;
     int32_t outcome;
     EngineText input;
     VrnPgFault fault;
     Refusal r = {0};
 
-    if (!ReadArgument(PG_GETARG_TEXT_PP(0), kPercStr, VRN_PG_EVALUATE_MAX, buffer, sizeof buffer, &input, &r))
+    if (memo != NULL)
+    {
+        memset(&key, 0, sizeof key);
+        memcpy(key.text, VARDATA_ANY(argument), bytes);
+        key.length = (uint8) bytes;
+        key.mode = mode;
+        entry = evalmemo_lookup(memo, key);
+        if (entry != NULL)
+            PG_RETURN_FLOAT8(entry->value);
+    }
+    if (!ReadArgument(argument, kPercStr, VRN_PG_EVALUATE_MAX, buffer, sizeof buffer, &input, &r))
         return Refused(fcinfo, soft, &r);
-    outcome = VrnPgPercStrEvaluate(input.bytes, PG_GETARG_INT32(1), &value, &fault);
+    outcome = VrnPgPercStrEvaluate(input.bytes, mode, &value, &fault);
     if (outcome != kVrnPgDone)
     {
         SetEngineRefusal(outcome, &fault, &r);
         return Refused(fcinfo, soft, &r);
     }
+    if (memo != NULL && memo->members < EVAL_MEMO_MOST)
+        evalmemo_insert(memo, key, &found)->value = value;
     PG_RETURN_FLOAT8(value);
 }
 
