@@ -10,7 +10,6 @@
 #include "postgres.h"
 
 #include "catalog/namespace.h"
-#include "common/hashfn.h"
 #include "fmgr.h"
 #include "mb/pg_wchar.h"
 #include "utils/builtins.h"
@@ -344,11 +343,29 @@ PercStrNormalizeCall(FunctionCallInfo fcinfo, bool soft, bool defects)
  * Only values are kept; a refused text goes through the engine each time.
  */
 typedef struct EvalKey {
-    char text[VRN_PG_EVALUATE_MAX]; /* zero beyond length, so that keys compare as bytes */
-    uint8 length;
-    uint8 unused[3];
-    int32 mode;
+    uint64 words[3];  /* the text, zero beyond its length */
+    uint32 shape;     /* its length, and the engine's mode times 256 */
 } EvalKey;
+
+StaticAssertDecl(sizeof(((EvalKey *) 0)->words) >= VRN_PG_EVALUATE_MAX, "a key holds the longest text");
+
+static inline uint32
+EvalKeyHash(const EvalKey *k)
+{
+    uint64 h = (k->words[0] * UINT64CONST(0x9E3779B97F4A7C15)) ^ (k->words[1] * UINT64CONST(0xC2B2AE3D27D4EB4F)) ^
+               (k->words[2] * UINT64CONST(0x165667B19E3779F9)) ^ k->shape;
+
+    h ^= h >> 29;
+    h *= UINT64CONST(0xBF58476D1CE4E5B9);
+    return (uint32) (h ^ (h >> 32));
+}
+
+static inline bool
+EvalKeyEqual(const EvalKey *a, const EvalKey *b)
+{
+    return a->words[0] == b->words[0] && a->words[1] == b->words[1] && a->words[2] == b->words[2] &&
+           a->shape == b->shape;
+}
 
 typedef struct EvalMemoEntry {
     EvalKey key;
@@ -361,8 +378,8 @@ typedef struct EvalMemoEntry {
 #define SH_ELEMENT_TYPE EvalMemoEntry
 #define SH_KEY_TYPE EvalKey
 #define SH_KEY key
-#define SH_HASH_KEY(tb, k) hash_bytes((const unsigned char *) &(k), sizeof(EvalKey))
-#define SH_EQUAL(tb, a, b) (memcmp(&(a), &(b), sizeof(EvalKey)) == 0)
+#define SH_HASH_KEY(tb, k) EvalKeyHash(&(k))
+#define SH_EQUAL(tb, a, b) EvalKeyEqual(&(a), &(b))
 #define SH_STORE_HASH
 #define SH_GET_HASH(tb, a) a->hash
 #define SH_SCOPE static inline
@@ -374,17 +391,31 @@ typedef struct EvalMemoEntry {
 #include "lib/simplehash.h"
 #pragma GCC diagnostic pop
 
-/* Past this many texts a call site keeps no more, and evaluates the rest each time. */
-#define EVAL_MEMO_MOST 16384
+/* A call site keeps at most this many texts. */
+#define EVAL_MEMO_MOST 8192
 
-static evalmemo_hash *
+typedef struct EvalMemo {
+    evalmemo_hash *table;
+    uint64 lookups;
+    uint64 hits;
+    bool off;  /* full, and missing more often than not: looking costs more than it saves */
+} EvalMemo;
+
+static EvalMemo *
 EvalMemoOf(FunctionCallInfo fcinfo)
 {
+    EvalMemo *memo;
+
     if (fcinfo->flinfo == NULL)
         return NULL;
     if (fcinfo->flinfo->fn_extra == NULL)
-        fcinfo->flinfo->fn_extra = evalmemo_create(fcinfo->flinfo->fn_mcxt, 256, NULL);
-    return (evalmemo_hash *) fcinfo->flinfo->fn_extra;
+    {
+        memo = MemoryContextAllocZero(fcinfo->flinfo->fn_mcxt, sizeof(EvalMemo));
+        memo->table = evalmemo_create(fcinfo->flinfo->fn_mcxt, 256, NULL);
+        fcinfo->flinfo->fn_extra = memo;
+    }
+    memo = (EvalMemo *) fcinfo->flinfo->fn_extra;
+    return memo->off ? NULL : memo;
 }
 
 static Datum
@@ -394,7 +425,7 @@ PercStrEvalCall(FunctionCallInfo fcinfo, bool soft)
     text *argument = PG_GETARG_TEXT_PP(0);
     int32_t mode = PG_GETARG_INT32(1);
     int bytes = (int) VARSIZE_ANY_EXHDR(argument);
-    evalmemo_hash *memo = bytes <= VRN_PG_EVALUATE_MAX ? EvalMemoOf(fcinfo) : NULL;
+    EvalMemo *memo = bytes <= VRN_PG_EVALUATE_MAX ? EvalMemoOf(fcinfo) : NULL;
     EvalKey key;
     EvalMemoEntry *entry;
     bool found;
@@ -406,13 +437,17 @@ PercStrEvalCall(FunctionCallInfo fcinfo, bool soft)
 
     if (memo != NULL)
     {
-        memset(&key, 0, sizeof key);
-        memcpy(key.text, VARDATA_ANY(argument), bytes);
-        key.length = (uint8) bytes;
-        key.mode = mode;
-        entry = evalmemo_lookup(memo, key);
+        /* The engine reads any mode word but 0 and 1 as 2. */
+        key.words[0] = key.words[1] = key.words[2] = 0;
+        memcpy(key.words, VARDATA_ANY(argument), bytes);
+        key.shape = (uint32) bytes | (uint32) (mode == 0 || mode == 1 ? mode : 2) << 8;
+        entry = evalmemo_lookup(memo->table, key);
+        memo->lookups++;
         if (entry != NULL)
+        {
+            memo->hits++;
             PG_RETURN_FLOAT8(entry->value);
+        }
     }
     if (!ReadArgument(argument, kPercStr, VRN_PG_EVALUATE_MAX, buffer, sizeof buffer, &input, &r))
         return Refused(fcinfo, soft, &r);
@@ -422,8 +457,10 @@ PercStrEvalCall(FunctionCallInfo fcinfo, bool soft)
         SetEngineRefusal(outcome, &fault, &r);
         return Refused(fcinfo, soft, &r);
     }
-    if (memo != NULL && memo->members < EVAL_MEMO_MOST)
-        evalmemo_insert(memo, key, &found)->value = value;
+    if (memo != NULL && memo->table->members < EVAL_MEMO_MOST)
+        evalmemo_insert(memo->table, key, &found)->value = value;
+    else if (memo != NULL && memo->hits < memo->lookups / 2)
+        memo->off = true;
     PG_RETURN_FLOAT8(value);
 }
 

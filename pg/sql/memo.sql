@@ -17,3 +17,10 @@ JOIN once AS o USING (d, mode);
 
 -- A refused text still fails after its neighbours were kept.
 SELECT sum(vrn.percstr_eval(d, 1)) FROM (VALUES ('10'), ('10'), ('10+a'), ('10')) AS t(d);
+
+-- More texts than a query keeps, each twice: the same values.
+CREATE TABLE many AS SELECT i / 100 || '+' || i % 100 AS d FROM generate_series(1, 10000) AS i;
+CREATE TABLE many_once AS SELECT d, vrn.percstr_eval(d, 1) AS v FROM many;
+SELECT count(*) AS rows, count(*) FILTER (WHERE float8send(r.v) <> float8send(o.v)) AS different
+FROM (SELECT d, vrn.percstr_eval(d, 1) AS v FROM many, generate_series(1, 2) ORDER BY random()) AS r
+JOIN many_once AS o USING (d);
