@@ -54,6 +54,9 @@ FROM (VALUES ('filter', 'WHERE \(\(vrn\.percstr_eval\(discount, 1\) < '),
 SELECT check_that(regexp_count(plan_of(user_query('percstr', 'price_list')), 'Async Foreign Scan') = 2,
                   'the shards scan at the same time');
 
+SELECT check_that(count(*) = 2 AND min(n) > 0, format('each shard holds part of the rows: %s', string_agg(n::text, ', ')))
+FROM (SELECT tableoid, count(*) AS n FROM price_list GROUP BY tableoid) AS parts;
+
 -- Per list and in all: a numeric sum has no order of addition to differ by.
 SELECT check_that(sharded.n = 64 AND sharded.lists = one.lists AND sharded.total = one.total,
                   format('the %s sums of the shards are those of one cluster: %s', what, sharded.total))
