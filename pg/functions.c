@@ -10,6 +10,7 @@
 #include "postgres.h"
 
 #include "catalog/namespace.h"
+#include "common/hashfn.h"
 #include "fmgr.h"
 #include "mb/pg_wchar.h"
 #include "utils/builtins.h"
@@ -399,11 +400,31 @@ typedef struct EvalMemoEntry {
 /* A call site keeps at most this many texts. */
 #define EVAL_MEMO_MOST 8192
 
-typedef struct EvalMemo {
-    evalmemo_hash *table;
+/* How a call site's kept values serve it. */
+typedef struct MemoCounts {
     uint64 lookups;
     uint64 hits;
     bool off;  /* full, and missing more often than not: looking costs more than it saves */
+} MemoCounts;
+
+static inline void
+CountLookup(MemoCounts *counts, bool hit)
+{
+    counts->lookups++;
+    counts->hits += hit;
+}
+
+/* A value that a full memo can't keep. */
+static inline void
+CountUnkept(MemoCounts *counts)
+{
+    if (counts->hits < counts->lookups / 2)
+        counts->off = true;
+}
+
+typedef struct EvalMemo {
+    evalmemo_hash *table;
+    MemoCounts counts;
 } EvalMemo;
 
 static EvalMemo *
@@ -420,7 +441,7 @@ EvalMemoOf(FunctionCallInfo fcinfo)
         fcinfo->flinfo->fn_extra = memo;
     }
     memo = (EvalMemo *) fcinfo->flinfo->fn_extra;
-    return memo->off ? NULL : memo;
+    return memo->counts.off ? NULL : memo;
 }
 
 static Datum
@@ -447,12 +468,9 @@ PercStrEvalCall(FunctionCallInfo fcinfo, bool soft)
         memcpy(key.words, VARDATA_ANY(argument), bytes);
         key.shape = (uint32) bytes | (uint32) (mode == 0 || mode == 1 ? mode : 2) << 8;
         entry = evalmemo_lookup(memo->table, key);
-        memo->lookups++;
+        CountLookup(&memo->counts, entry != NULL);
         if (entry != NULL)
-        {
-            memo->hits++;
             PG_RETURN_FLOAT8(entry->value);
-        }
     }
     if (!ReadArgument(argument, kPercStr, VRN_PG_EVALUATE_MAX, buffer, sizeof buffer, &input, &r))
         return Refused(fcinfo, soft, &r);
@@ -464,8 +482,8 @@ PercStrEvalCall(FunctionCallInfo fcinfo, bool soft)
     }
     if (memo != NULL && memo->table->members < EVAL_MEMO_MOST)
         evalmemo_insert(memo->table, key, &found)->value = value;
-    else if (memo != NULL && memo->hits < memo->lookups / 2)
-        memo->off = true;
+    else if (memo != NULL)
+        CountUnkept(&memo->counts);
     PG_RETURN_FLOAT8(value);
 }
 
@@ -572,16 +590,118 @@ NameVariable(Jsonb *vars, int32_t item, Refusal *r)
     }
 }
 
+/*
+ * The reductions a call site made in its query, as percstr_eval keeps its
+ * values: the key is the mode, the text and the vars object as bytes (equal
+ * bytes are equal arguments), the value the engine's result.
+ */
+typedef struct SymbKey {
+    uint32 length;
+    char bytes[FLEXIBLE_ARRAY_MEMBER];
+} SymbKey;
+
+typedef struct SymbMemoEntry {
+    const SymbKey *key;
+    char status;
+    uint32 hash;
+    uint8 length;
+    char result[VRN_PG_SYMB_RESULT_SIZE];
+} SymbMemoEntry;
+
+#define SH_PREFIX symbmemo
+#define SH_ELEMENT_TYPE SymbMemoEntry
+#define SH_KEY_TYPE const SymbKey *
+#define SH_KEY key
+#define SH_HASH_KEY(tb, k) hash_bytes((const unsigned char *) (k)->bytes, (int) (k)->length)
+#define SH_EQUAL(tb, a, b) ((a)->length == (b)->length && memcmp((a)->bytes, (b)->bytes, (a)->length) == 0)
+#define SH_STORE_HASH
+#define SH_GET_HASH(tb, a) a->hash
+#define SH_SCOPE static inline
+#define SH_DECLARE
+#define SH_DEFINE
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wunused-parameter"
+#include "lib/simplehash.h"
+#pragma GCC diagnostic pop
+
+#define SYMB_KEY_MOST 512   /* longer arguments are reduced each time */
+#define SYMB_MEMO_MOST 4096
+
+typedef struct SymbMemo {
+    symbmemo_hash *table;
+    MemoCounts counts;
+} SymbMemo;
+
+/* The key of a call, in key (room for SYMB_KEY_MOST bytes), or false when it is longer. */
+static bool
+SymbKeyOf(int32_t mode, const text *argument, const Jsonb *vars, SymbKey *key)
+{
+    uint32 textBytes = VARSIZE_ANY_EXHDR(argument);
+    uint32 varsBytes = VARSIZE(vars);
+    char *at = key->bytes;
+
+    if (1 + sizeof textBytes + textBytes + varsBytes > SYMB_KEY_MOST)
+        return false;
+    *at++ = (char) mode;
+    memcpy(at, &textBytes, sizeof textBytes);
+    at += sizeof textBytes;
+    memcpy(at, VARDATA_ANY(argument), textBytes);
+    memcpy(at + textBytes, vars, varsBytes);
+    key->length = 1 + sizeof textBytes + textBytes + varsBytes;
+    return true;
+}
+
+static SymbMemo *
+SymbMemoOf(FunctionCallInfo fcinfo)
+{
+    SymbMemo *memo;
+
+    if (fcinfo->flinfo == NULL)
+        return NULL;
+    if (fcinfo->flinfo->fn_extra == NULL)
+    {
+        memo = MemoryContextAllocZero(fcinfo->flinfo->fn_mcxt, sizeof(SymbMemo));
+        memo->table = symbmemo_create(fcinfo->flinfo->fn_mcxt, 256, NULL);
+        fcinfo->flinfo->fn_extra = memo;
+    }
+    memo = (SymbMemo *) fcinfo->flinfo->fn_extra;
+    return memo->counts.off ? NULL : memo;
+}
+
+static void
+KeepReduction(FunctionCallInfo fcinfo, SymbMemo *memo, const SymbKey *key, const char *result, uint32_t length)
+{
+    SymbKey *kept;
+    SymbMemoEntry *entry;
+    bool found;
+
+    if (memo->table->members >= SYMB_MEMO_MOST)
+    {
+        CountUnkept(&memo->counts);
+        return;
+    }
+    kept = MemoryContextAlloc(fcinfo->flinfo->fn_mcxt, offsetof(SymbKey, bytes) + key->length);
+    memcpy(kept, key, offsetof(SymbKey, bytes) + key->length);
+    entry = symbmemo_insert(memo->table, kept, &found);
+    entry->length = (uint8) length;
+    memcpy(entry->result, result, length);
+}
+
 static Datum
 PercStrSymbReduceCall(FunctionCallInfo fcinfo, bool soft)
 {
     char buffer[VRN_PG_SYMB_TEXT_MAX + 2];
     char result[VRN_PG_SYMB_RESULT_SIZE];
+    uint32 keyRoom[(offsetof(SymbKey, bytes) + SYMB_KEY_MOST) / sizeof(uint32) + 1];
+    SymbKey *key = (SymbKey *) keyRoom;
     uint32_t length;
     int32_t mode = PG_GETARG_INT32(2);
     int32_t count = 0;
     int32_t outcome;
+    text *argument = PG_GETARG_TEXT_PP(0);
     Jsonb *vars = PG_GETARG_JSONB_P(1);
+    SymbMemo *memo = NULL;
+    SymbMemoEntry *entry;
     VrnPgSymbVar *list = NULL;
     EngineText input;
     VrnPgFault fault;
@@ -593,7 +713,16 @@ PercStrSymbReduceCall(FunctionCallInfo fcinfo, bool soft)
         r.actual = mode;
         return Refused(fcinfo, soft, &r);
     }
-    if (!ReadArgument(PG_GETARG_TEXT_PP(0), kSymbolic, VRN_PG_SYMB_TEXT_MAX, buffer, sizeof buffer, &input, &r))
+    if (SymbKeyOf(mode, argument, vars, key))
+        memo = SymbMemoOf(fcinfo);
+    if (memo != NULL)
+    {
+        entry = symbmemo_lookup(memo->table, key);
+        CountLookup(&memo->counts, entry != NULL);
+        if (entry != NULL)
+            PG_RETURN_TEXT_P(ServerText(entry->result, entry->length));
+    }
+    if (!ReadArgument(argument, kSymbolic, VRN_PG_SYMB_TEXT_MAX, buffer, sizeof buffer, &input, &r))
         return Refused(fcinfo, soft, &r);
     if (!ReadVariables(vars, &list, &count, &r))
         return Refused(fcinfo, soft, &r);
@@ -610,6 +739,8 @@ PercStrSymbReduceCall(FunctionCallInfo fcinfo, bool soft)
         r.engineText = input.bytes;
         return Refused(fcinfo, soft, &r);
     }
+    if (memo != NULL)
+        KeepReduction(fcinfo, memo, key, result, length);
     PG_RETURN_TEXT_P(ServerText(result, (int) length));
 }
 
