@@ -35,7 +35,12 @@ CREATE TABLE discounts AS SELECT item AS code, list_price, discount FROM price_l
 CREATE TABLE unique_discounts AS
 SELECT item AS code, list_price, i % 50 || '+' || i / 50 % 1000 || '.' || i / 50000 AS discount
 FROM price_list_local, LATERAL (SELECT item - 1) AS n(i);
-VACUUM ANALYZE discounts, unique_discounts;
+-- And each row with variables of its own.
+CREATE TABLE unique_vars AS
+SELECT item AS code, list_price, symb, jsonb_build_object('Cliente', item % 1000 || '+' || item / 1000, 'Articolo', 20)
+       AS vars
+FROM price_list_local;
+VACUUM ANALYZE discounts, unique_discounts, unique_vars;
 SELECT count(DISTINCT discount) AS distinct_discounts FROM discounts \gset
 SELECT count(DISTINCT discount) AS unique_discounts FROM unique_discounts \gset
 \echo discounts holds :distinct_discounts distinct discounts, unique_discounts :unique_discounts
@@ -63,11 +68,13 @@ INSERT INTO queries VALUES
   (5, 'scan only, price_list_local', 'SELECT sum(list_price) FROM price_list_local', 5),
   (6, 'pformula_eval', 'SELECT sum(vrn.pformula_eval(formula, list_price)) FROM price_list_local', 5),
   (7, 'percstr_normalize', 'SELECT sum(list_price), count(vrn.percstr_normalize(discount)) FROM price_list_local', 5),
-  (8, 'percstr_symb_reduce', 'SELECT sum(list_price), count(vrn.percstr_symb_reduce(symb, vars, 1)) FROM price_list_local', 5);
+  (8, 'percstr_symb_reduce', 'SELECT sum(list_price), count(vrn.percstr_symb_reduce(symb, vars, 1)) FROM price_list_local', 5),
+  (9, 'scan only, unique_vars', 'SELECT sum(list_price) FROM unique_vars', 9),
+  (10, 'percstr_symb_reduce', 'SELECT sum(list_price), count(vrn.percstr_symb_reduce(symb, vars, 1)) FROM unique_vars', 9);
 CREATE TEMP TABLE timing AS
 SELECT q.*, b.ms FROM queries AS q JOIN best_ms_each((SELECT array_agg(query ORDER BY n) FROM queries), 7) AS b USING (n);
 INSERT INTO timing
-SELECT 9, 'PL/pgSQL discount_factor', query, 1, best_ms(query, 2)
+SELECT 11, 'PL/pgSQL discount_factor', query, 1, best_ms(query, 2)
 FROM (VALUES ('SELECT sum(list_price * discount_factor(discount)) FROM discounts')) AS q(query);
 SELECT t.what AS "query", t.ms, round(t.ms / s.ms, 2) AS "x scan",
        round((t.ms - s.ms) * 1e6 / :rows) AS "ns/row beyond the scan"
