@@ -1,8 +1,8 @@
 # Throw-away PostgreSQL clusters with the extension, for the tests and the
 # benchmark. Source it, then either vrn_pg_start STAGE [setting...] for one
-# cluster (PGHOST and the rest point at it), or vrn_pg_tree STAGE and
-# vrn_pg_cluster NAME PORT [setting...] for each of several in one folder.
-# They stop by themselves when the shell exits, whichever way.
+# cluster, or vrn_pg_shards STAGE [setting...] for a coordinator and two
+# shards (PGHOST and the rest point at the one, or the coordinator). They
+# stop by themselves when the shell exits, whichever way.
 #
 # The server finds its share and lib folders relative to its own program, so
 # a copy of the programs in a temporary tree, with the system's share and lib
