@@ -10,6 +10,7 @@
 #include "postgres.h"
 
 #include "catalog/namespace.h"
+#include "common/hashfn.h"
 #include "fmgr.h"
 #include "mb/pg_wchar.h"
 #include "utils/builtins.h"
@@ -203,17 +204,22 @@ typedef struct EngineText {
     int length;
 } EngineText;
 
+/* Eight bytes at a time: every row's text passes here. */
 static bool
 IsAscii(const char *bytes, int length)
 {
-    int i;
+    uint64 high = 0;
+    uint64 word;
+    int i = 0;
 
-    for (i = 0; i < length; i++)
+    for (; i + 8 <= length; i += 8)
     {
-        if (IS_HIGHBIT_SET(bytes[i]))
-            return false;
+        memcpy(&word, bytes + i, 8);
+        high |= word;
     }
-    return true;
+    for (; i < length; i++)
+        high |= (unsigned char) bytes[i];
+    return (high & UINT64CONST(0x8080808080808080)) == 0;
 }
 
 /* Looked up once: a backend stays in one database, so in one encoding. */
@@ -245,7 +251,7 @@ ReadWin1252(const char *source, int length, int limit, char *buffer, int bufferS
     int characters = length;
     const char *bytes = source;
 
-    if (!IsAscii(source, length) && encoding != PG_WIN1252 && encoding != PG_SQL_ASCII)
+    if (encoding != PG_WIN1252 && encoding != PG_SQL_ASCII && !IsAscii(source, length))
     {
         int room = length * MAX_CONVERSION_GROWTH + 1;
         char *converted;
@@ -336,24 +342,148 @@ PercStrNormalizeCall(FunctionCallInfo fcinfo, bool soft, bool defects)
     PG_RETURN_TEXT_P(ServerText(normalized, (int) length));
 }
 
+/*
+ * A price list repeats a few discounts over many rows, so each call site
+ * keeps, for its query, the values of the texts it evaluated: the same
+ * bytes of the database encoding and the same mode give the same double.
+ * Only values are kept; a refused text goes through the engine each time.
+ */
+typedef struct EvalKey {
+    uint64 words[3];  /* the text, zero beyond its length */
+    uint32 shape;     /* its length, and the engine's mode times 256 */
+} EvalKey;
+
+StaticAssertDecl(sizeof(((EvalKey *) 0)->words) >= VRN_PG_EVALUATE_MAX, "a key holds the longest text");
+
+static inline uint32
+EvalKeyHash(const EvalKey *k)
+{
+    uint64 h = (k->words[0] * UINT64CONST(0x9E3779B97F4A7C15)) ^ (k->words[1] * UINT64CONST(0xC2B2AE3D27D4EB4F)) ^
+               (k->words[2] * UINT64CONST(0x165667B19E3779F9)) ^ k->shape;
+
+    h ^= h >> 29;
+    h *= UINT64CONST(0xBF58476D1CE4E5B9);
+    return (uint32) (h ^ (h >> 32));
+}
+
+static inline bool
+EvalKeyEqual(const EvalKey *a, const EvalKey *b)
+{
+    return a->words[0] == b->words[0] && a->words[1] == b->words[1] && a->words[2] == b->words[2] &&
+           a->shape == b->shape;
+}
+
+typedef struct EvalMemoEntry {
+    EvalKey key;
+    char status;
+    uint32 hash;
+    double value;
+} EvalMemoEntry;
+
+#define SH_PREFIX evalmemo
+#define SH_ELEMENT_TYPE EvalMemoEntry
+#define SH_KEY_TYPE EvalKey
+#define SH_KEY key
+#define SH_HASH_KEY(tb, k) EvalKeyHash(&(k))
+#define SH_EQUAL(tb, a, b) EvalKeyEqual(&(a), &(b))
+#define SH_STORE_HASH
+#define SH_GET_HASH(tb, a) a->hash
+#define SH_SCOPE static inline
+#define SH_DECLARE
+#define SH_DEFINE
+/* The server's own header, written without -Wextra in mind. */
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wunused-parameter"
+#include "lib/simplehash.h"
+#pragma GCC diagnostic pop
+
+/* A call site keeps at most this many texts. */
+#define EVAL_MEMO_MOST 8192
+
+/* How a call site's kept values serve it. */
+typedef struct MemoCounts {
+    uint64 lookups;
+    uint64 hits;
+    bool off;  /* full, and missing more often than not: looking costs more than it saves */
+} MemoCounts;
+
+static inline void
+CountLookup(MemoCounts *counts, bool hit)
+{
+    counts->lookups++;
+    counts->hits += hit;
+}
+
+/* A value that a full memo can't keep. */
+static inline void
+CountUnkept(MemoCounts *counts)
+{
+    if (counts->hits < counts->lookups / 2)
+        counts->off = true;
+}
+
+typedef struct EvalMemo {
+    evalmemo_hash *table;
+    MemoCounts counts;
+} EvalMemo;
+
+static EvalMemo *
+EvalMemoOf(FunctionCallInfo fcinfo)
+{
+    EvalMemo *memo;
+
+    if (fcinfo->flinfo == NULL)
+        return NULL;
+    if (fcinfo->flinfo->fn_extra == NULL)
+    {
+        memo = MemoryContextAllocZero(fcinfo->flinfo->fn_mcxt, sizeof(EvalMemo));
+        memo->table = evalmemo_create(fcinfo->flinfo->fn_mcxt, 256, NULL);
+        fcinfo->flinfo->fn_extra = memo;
+    }
+    memo = (EvalMemo *) fcinfo->flinfo->fn_extra;
+    return memo->counts.off ? NULL : memo;
+}
+
 static Datum
 PercStrEvalCall(FunctionCallInfo fcinfo, bool soft)
 {
     char buffer[VRN_PG_EVALUATE_MAX + 2];
+    text *argument = PG_GETARG_TEXT_PP(0);
+    int32_t mode = PG_GETARG_INT32(1);
+    int bytes = (int) VARSIZE_ANY_EXHDR(argument);
+    EvalMemo *memo = bytes <= VRN_PG_EVALUATE_MAX ? EvalMemoOf(fcinfo) : NULL;
+    EvalKey key;
+    EvalMemoEntry *entry;
+    bool found;
     double value;
     int32_t outcome;
     EngineText input;
     VrnPgFault fault;
     Refusal r = {0};
 
-    if (!ReadArgument(PG_GETARG_TEXT_PP(0), kPercStr, VRN_PG_EVALUATE_MAX, buffer, sizeof buffer, &input, &r))
+    if (memo != NULL)
+    {
+        /* The engine reads any mode word but 0 and 1 as 2. */
+        key.words[0] = key.words[1] = key.words[2] = 0;
+        memcpy(key.words, VARDATA_ANY(argument), bytes);
+        key.shape = (uint32) bytes | (uint32) (mode == 0 || mode == 1 ? mode : 2) << 8;
+        entry = evalmemo_lookup(memo->table, key);
+        CountLookup(&memo->counts, entry != NULL);
+        if (entry != NULL)
+            PG_RETURN_FLOAT8(entry->value);
+    }
+    if (!ReadArgument(argument, kPercStr, VRN_PG_EVALUATE_MAX, buffer, sizeof buffer, &input, &r))
         return Refused(fcinfo, soft, &r);
-    outcome = VrnPgPercStrEvaluate(input.bytes, PG_GETARG_INT32(1), &value, &fault);
+    outcome = VrnPgPercStrEvaluate(input.bytes, mode, &value, &fault);
     if (outcome != kVrnPgDone)
     {
         SetEngineRefusal(outcome, &fault, &r);
         return Refused(fcinfo, soft, &r);
     }
+    if (memo != NULL && memo->table->members < EVAL_MEMO_MOST)
+        evalmemo_insert(memo->table, key, &found)->value = value;
+    else if (memo != NULL)
+        CountUnkept(&memo->counts);
     PG_RETURN_FLOAT8(value);
 }
 
@@ -460,16 +590,118 @@ NameVariable(Jsonb *vars, int32_t item, Refusal *r)
     }
 }
 
+/*
+ * The reductions a call site made in its query, as percstr_eval keeps its
+ * values: the key is the mode, the text and the vars object as bytes (equal
+ * bytes are equal arguments), the value the engine's result.
+ */
+typedef struct SymbKey {
+    uint32 length;
+    char bytes[FLEXIBLE_ARRAY_MEMBER];
+} SymbKey;
+
+typedef struct SymbMemoEntry {
+    const SymbKey *key;
+    char status;
+    uint32 hash;
+    uint8 length;
+    char result[VRN_PG_SYMB_RESULT_SIZE];
+} SymbMemoEntry;
+
+#define SH_PREFIX symbmemo
+#define SH_ELEMENT_TYPE SymbMemoEntry
+#define SH_KEY_TYPE const SymbKey *
+#define SH_KEY key
+#define SH_HASH_KEY(tb, k) hash_bytes((const unsigned char *) (k)->bytes, (int) (k)->length)
+#define SH_EQUAL(tb, a, b) ((a)->length == (b)->length && memcmp((a)->bytes, (b)->bytes, (a)->length) == 0)
+#define SH_STORE_HASH
+#define SH_GET_HASH(tb, a) a->hash
+#define SH_SCOPE static inline
+#define SH_DECLARE
+#define SH_DEFINE
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wunused-parameter"
+#include "lib/simplehash.h"
+#pragma GCC diagnostic pop
+
+#define SYMB_KEY_MOST 512   /* longer arguments are reduced each time */
+#define SYMB_MEMO_MOST 4096
+
+typedef struct SymbMemo {
+    symbmemo_hash *table;
+    MemoCounts counts;
+} SymbMemo;
+
+/* The key of a call, in key (room for SYMB_KEY_MOST bytes), or false when it is longer. */
+static bool
+SymbKeyOf(int32_t mode, const text *argument, const Jsonb *vars, SymbKey *key)
+{
+    uint32 textBytes = VARSIZE_ANY_EXHDR(argument);
+    uint32 varsBytes = VARSIZE(vars);
+    char *at = key->bytes;
+
+    if (1 + sizeof textBytes + textBytes + varsBytes > SYMB_KEY_MOST)
+        return false;
+    *at++ = (char) mode;
+    memcpy(at, &textBytes, sizeof textBytes);
+    at += sizeof textBytes;
+    memcpy(at, VARDATA_ANY(argument), textBytes);
+    memcpy(at + textBytes, vars, varsBytes);
+    key->length = 1 + sizeof textBytes + textBytes + varsBytes;
+    return true;
+}
+
+static SymbMemo *
+SymbMemoOf(FunctionCallInfo fcinfo)
+{
+    SymbMemo *memo;
+
+    if (fcinfo->flinfo == NULL)
+        return NULL;
+    if (fcinfo->flinfo->fn_extra == NULL)
+    {
+        memo = MemoryContextAllocZero(fcinfo->flinfo->fn_mcxt, sizeof(SymbMemo));
+        memo->table = symbmemo_create(fcinfo->flinfo->fn_mcxt, 256, NULL);
+        fcinfo->flinfo->fn_extra = memo;
+    }
+    memo = (SymbMemo *) fcinfo->flinfo->fn_extra;
+    return memo->counts.off ? NULL : memo;
+}
+
+static void
+KeepReduction(FunctionCallInfo fcinfo, SymbMemo *memo, const SymbKey *key, const char *result, uint32_t length)
+{
+    SymbKey *kept;
+    SymbMemoEntry *entry;
+    bool found;
+
+    if (memo->table->members >= SYMB_MEMO_MOST)
+    {
+        CountUnkept(&memo->counts);
+        return;
+    }
+    kept = MemoryContextAlloc(fcinfo->flinfo->fn_mcxt, offsetof(SymbKey, bytes) + key->length);
+    memcpy(kept, key, offsetof(SymbKey, bytes) + key->length);
+    entry = symbmemo_insert(memo->table, kept, &found);
+    entry->length = (uint8) length;
+    memcpy(entry->result, result, length);
+}
+
 static Datum
 PercStrSymbReduceCall(FunctionCallInfo fcinfo, bool soft)
 {
     char buffer[VRN_PG_SYMB_TEXT_MAX + 2];
     char result[VRN_PG_SYMB_RESULT_SIZE];
+    uint32 keyRoom[(offsetof(SymbKey, bytes) + SYMB_KEY_MOST) / sizeof(uint32) + 1];
+    SymbKey *key = (SymbKey *) keyRoom;
     uint32_t length;
     int32_t mode = PG_GETARG_INT32(2);
     int32_t count = 0;
     int32_t outcome;
+    text *argument = PG_GETARG_TEXT_PP(0);
     Jsonb *vars = PG_GETARG_JSONB_P(1);
+    SymbMemo *memo = NULL;
+    SymbMemoEntry *entry;
     VrnPgSymbVar *list = NULL;
     EngineText input;
     VrnPgFault fault;
@@ -481,7 +713,16 @@ PercStrSymbReduceCall(FunctionCallInfo fcinfo, bool soft)
         r.actual = mode;
         return Refused(fcinfo, soft, &r);
     }
-    if (!ReadArgument(PG_GETARG_TEXT_PP(0), kSymbolic, VRN_PG_SYMB_TEXT_MAX, buffer, sizeof buffer, &input, &r))
+    if (SymbKeyOf(mode, argument, vars, key))
+        memo = SymbMemoOf(fcinfo);
+    if (memo != NULL)
+    {
+        entry = symbmemo_lookup(memo->table, key);
+        CountLookup(&memo->counts, entry != NULL);
+        if (entry != NULL)
+            PG_RETURN_TEXT_P(ServerText(entry->result, entry->length));
+    }
+    if (!ReadArgument(argument, kSymbolic, VRN_PG_SYMB_TEXT_MAX, buffer, sizeof buffer, &input, &r))
         return Refused(fcinfo, soft, &r);
     if (!ReadVariables(vars, &list, &count, &r))
         return Refused(fcinfo, soft, &r);
@@ -498,6 +739,8 @@ PercStrSymbReduceCall(FunctionCallInfo fcinfo, bool soft)
         r.engineText = input.bytes;
         return Refused(fcinfo, soft, &r);
     }
+    if (memo != NULL)
+        KeepReduction(fcinfo, memo, key, result, length);
     PG_RETURN_TEXT_P(ServerText(result, (int) length));
 }
 

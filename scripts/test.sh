@@ -6,7 +6,7 @@
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 bash "$root/scripts/setup.sh"
-bash "$root/scripts/build.sh" build -DCMAKE_BUILD_TYPE=Release -DVRN_TESTS=ON -DVRN_BENCH=ON
+bash "$root/scripts/build.sh" build -DCMAKE_BUILD_TYPE=Release -DVRN_TESTS=ON -DVRN_BENCH=ON -DVRN_PG=ON
 bash "$root/scripts/build.sh" build-san -DVRN_SANITIZE=ON -DVRN_BENCH=OFF
 export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1
 export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
