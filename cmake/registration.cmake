@@ -5,8 +5,10 @@
 # not a procedure.
 if(TOOL MATCHES "objdump")
   execute_process(COMMAND ${TOOL} -p ${LIBRARY} OUTPUT_VARIABLE listing RESULT_VARIABLE rc)
-  string(REGEX MATCHALL "\\] vrn_[A-Za-z_]+" found "${listing}")
-  list(TRANSFORM found REPLACE "^\\] " "")
+  # Export lines read "[   1] vrn_X"; brackets would split a CMake list, so they go first.
+  string(REGEX REPLACE "[][]" "|" listing "${listing}")
+  string(REGEX MATCHALL "\\| vrn_[A-Za-z_]+" found "${listing}")
+  list(TRANSFORM found REPLACE "^\\| " "")
 else()
   execute_process(COMMAND ${TOOL} -D --defined-only ${LIBRARY} OUTPUT_VARIABLE listing RESULT_VARIABLE rc)
   string(REGEX MATCHALL " T vrn_[A-Za-z_]+" found "${listing}")
