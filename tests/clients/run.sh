@@ -70,7 +70,7 @@ status=0
 client() { echo "== $1"; shift; "$@" || status=1; }
 client tsql tsql_smoke
 client pyodbc timeout 300 /usr/bin/python3 "$here/python/scenarios.py"
-client tedious timeout 300 node --test-reporter=spec "$here/node/scenarios.test.js"
+client tedious timeout 300 node --test-reporter=tap "$here/node/scenarios.test.js"
 javac -nowarn -d "$work/java" -cp /usr/share/java/jtds.jar "$here/java/Scenarios.java"
 client jTDS timeout 300 java -cp "$work/java:/usr/share/java/jtds.jar" Scenarios
 stop_server
