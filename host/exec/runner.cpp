@@ -149,7 +149,7 @@ Value Runner::SystemValue(const Expression& e, int line) const {
     if (e.variable == "@@max_precision") return Number(38, "tinyint");
     if (e.variable == "@@trancount" || e.variable == "@@error" || e.variable == "@@rowcount") return Number(0, "int");
     if (e.variable == "@@servername") return Text(f.serverName);
-    if (e.variable == "@@servicename") return Text(f.instanceName.empty() ? "MSSQLSERVER" : f.instanceName);
+    if (e.variable == "@@servicename") return Text(f.instanceName.empty() ? f.serverName : f.instanceName);
     if (e.variable == "@@language") return Text("us_english");
     if (e.variable == "@@textsize") return Number(2147483647, "int");
     throw ScriptError(line, "Must declare the scalar variable \"" + e.variable + "\".", kErrorUndeclared);

@@ -1,4 +1,4 @@
-// vrn-server: the library's procedures over TDS, for any SQL Server client.
+// vrn-server: the library's procedures over TDS, for any client of that protocol.
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <netinet/in.h>
@@ -27,7 +27,7 @@ constexpr const char* kUsage =
     "usage: vrn-server [--lib PATH] [--listen ADDR:PORT] --users FILE [--instance NAME] [--task-store DIR]\n"
     "                  [--server-name NAME]\n"
     "       vrn-server --hash-password   (reads a password from standard input, prints its hash)\n"
-    "Serves the library's procedures over TDS to SQL Server clients.\n"
+    "Serves the library's procedures to TDS clients.\n"
     "  --lib PATH          the library to load (default: $VRN_LIB, else libvrn.so of the build)\n"
     "  --listen ADDR:PORT  where to listen (default 127.0.0.1:1433; port 0: any free one)\n"
     "  --users FILE        NAME:HASH lines, one per login (required)\n"

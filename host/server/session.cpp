@@ -396,7 +396,8 @@ std::vector<Declared> ParseDeclarations(const std::string& text, int line) {
                 const std::string base = Lower(type);
                 d.type = Sized(base == "nvarchar" ? exec::Family::NChar : base == "varbinary" ? exec::Family::Binary
                                                                                               : exec::Family::Char,
-                               base == "nvarchar" ? 231 : base == "varbinary" ? 165 : 167, 0x7FFFFFFF, "max");
+                               base == "nvarchar" ? 231 : base == "varbinary" ? 165 : 167, 0x7FFFFFFF,
+                               (base + "(max)").c_str());
             } else {
                 d.type = exec::ParseType(type, args, false);
             }
@@ -509,7 +510,7 @@ private:
         w.EnvChangeBytes(tds::kEnvCollation, Bytes(tds::kCollation, tds::kCollation + 5), {});
         w.EnvChange(tds::kEnvLanguage, u"us_english", u"");
         w.Message(Info(5703, 1, 0, u"Changed language setting to us_english."));
-        w.LoginAck(u"Microsoft SQL Server", kProgramVersion);
+        w.LoginAck(u"Vrn", kProgramVersion);
         const std::u16string size = tds::Utf16OfUtf8(std::to_string(packetSize_));
         w.EnvChange(tds::kEnvPacketSize, size, size);
         if (tds::Is74(version_) && (login->optionFlags3 & 0x10)) w.FeatureExtAck();

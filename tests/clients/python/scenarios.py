@@ -44,7 +44,7 @@ def differs(kind, got, want, client):
     return float(got) != float(want)
 
 
-def clean(message):  # the driver puts "[state] (number) [FreeTDS][SQL Server]" before the text
+def clean(message):  # the driver puts its bracketed state, number and names before the text
     return re.sub(r"^(\[[^\]]*\]\s*(\(\d+\)\s*)?)+", "", message[1] if isinstance(message, tuple) else message)
 
 
