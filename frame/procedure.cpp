@@ -132,14 +132,15 @@ bool JudgeCall(SRV_PROC* srvproc, std::initializer_list<ParamRule> rules, ParamI
     return JudgeParams(srvproc, rules, infos, extra) == CallVerdict::kAccepted;
 }
 
-uint32_t ReadIntegerParam(SRV_PROC* srvproc, int n) {
-    // The host copies actualLength bytes: only a value that fits is read, so
-    // nothing wider than an integer can overrun the variable.
+int ReadParamBytes(SRV_PROC* srvproc, int n, const ParamInfo& info, void* destination, size_t size) {
+    // The host copies actualLength bytes: only a value that fits is read.
+    if (info.actualLength > size) return 0;
+    return GetParam(srvproc, n, nullptr, destination);
+}
+
+uint32_t ReadIntegerParam(SRV_PROC* srvproc, int n, const ParamInfo& info) {
     unsigned char bytes[8] = {};
-    ParamInfo info{};
-    if (GetParam(srvproc, n, &info, nullptr) == 1 && info.actualLength <= sizeof bytes) {
-        (void)GetParam(srvproc, n, nullptr, bytes);
-    }
+    if (!info.isNull) (void)ReadParamBytes(srvproc, n, info, bytes, sizeof bytes);
     uint32_t value;
     std::memcpy(&value, bytes, sizeof value);  // the low end on a little-endian host
     return value;

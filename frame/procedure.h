@@ -77,9 +77,14 @@ enum class ExtraParams { kRefused, kIgnored };
 [[nodiscard]] bool JudgeCall(SRV_PROC* srvproc, std::initializer_list<ParamRule> rules, ParamInfo* infos,
                              ExtraParams extra = ExtraParams::kRefused);
 
+// The readers take the ParamInfo the call's judgement filled: a value costs
+// one host call, with no second description.
+// The value's bytes into destination when they fit in size: GetParam's
+// result; 0 when the value is longer than size, and nothing is copied.
+[[nodiscard]] int ReadParamBytes(SRV_PROC* srvproc, int n, const ParamInfo& info, void* destination, size_t size);
 // A 32-bit integer read into a variable set to 0 first: the host fills its low
 // bytes, so smallint -1 reads as 65535 and NULL reads as 0.
-uint32_t ReadIntegerParam(SRV_PROC* srvproc, int n);
+uint32_t ReadIntegerParam(SRV_PROC* srvproc, int n, const ParamInfo& info);
 // Reads a char value of info.actualLength bytes into buffer and writes the NUL behind it.
 // The buffer holds at least actualLength + 1 bytes.
 void ReadCharParam(SRV_PROC* srvproc, int n, const ParamInfo& info, char* buffer);

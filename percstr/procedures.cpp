@@ -83,7 +83,7 @@ int32_t PercStrEvalCall(SRV_PROC* srvproc) {
         CompleteCall(srvproc);
         return kInvalidArg;
     }
-    const int32_t mode = static_cast<int32_t>(ReadIntegerParam(srvproc, 3));  // NULL reads as 0
+    const int32_t mode = static_cast<int32_t>(ReadIntegerParam(srvproc, 3, params[2]));  // NULL reads as 0
     const ParamInfo& text = params[0];
     if (text.isNull) return AnswerValue(srvproc, PercStrStartingValue(mode));
     if (text.actualLength > kEvalMaxText) {

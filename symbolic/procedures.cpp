@@ -63,7 +63,7 @@ int32_t GetMutexCall(SRV_PROC* srvproc) {
         return 0;
     }
     // -1 from an int is the endless wait.
-    const uint32_t wait = srv_rpcparams(srvproc) > 0 ? ReadIntegerParam(srvproc, 1) : kDefaultWaitMs;
+    const uint32_t wait = srv_rpcparams(srvproc) > 0 ? ReadIntegerParam(srvproc, 1, info) : kDefaultWaitMs;
     return platform::WaitLock(PercStrSymbMutex, wait) == platform::kWaitTimeout ? 0 : 1;
 }
 
@@ -77,7 +77,7 @@ int32_t InitCall(SRV_PROC* srvproc) {
         SendMessage(srvproc, "%s", kInitNullMessage);
         return CompleteWith(srvproc, kInvalidArg);
     }
-    const uint32_t value = ReadIntegerParam(srvproc, 1);
+    const uint32_t value = ReadIntegerParam(srvproc, 1, mode);
     if (value > 2) {
         SendMessage(srvproc, "%s", kInitWrongModeMessage);
         return CompleteWith(srvproc, kInvalidArg);

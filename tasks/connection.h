@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <memory>
 
-#include "tasks/params.h"
+#include "tasks/task_names.h"
 #include "tasks/scheduler.h"
 
 namespace vrn::tasks {

@@ -1,6 +1,5 @@
 // What the task procedures share: their parameter classes and reads, the one
-// message of the family, the instance name, and the rule by which a task file
-// name tells its company and instance.
+// message of the family, and the instance name.
 #pragma once
 
 #include <cstddef>
@@ -24,8 +23,9 @@ int IsTaskIntegerType(uint8_t type);       // 56, 38
 
 // Describes parameter index + 1 into table[index], reading no value. GetParam's result.
 [[nodiscard]] int ReadParam(SRV_PROC* srvproc, ParamTable table, int index);
-// The same, and the value's bytes land in destination when they fit in size;
-// a value longer than that isn't copied and the result is 0.
+// The value's bytes of a parameter whose element is filled (by the call's
+// judgement) land in destination when they fit in size; a value longer than
+// that isn't copied and the result is 0.
 [[nodiscard]] int ReadParamValue(SRV_PROC* srvproc, ParamTable table, int index, void* destination, size_t size);
 // An integer into a variable cleared first; a wider value than 32 bits is never written past it.
 uint32_t ReadParamInteger(SRV_PROC* srvproc, ParamTable table, int index);
@@ -46,11 +46,6 @@ void SendInvalidParameter(SRV_PROC* srvproc);
 
 // The engine's instance name, or null on an engine without one. The host's; not freed.
 const char16_t* InstanceName(SRV_PROC* srvproc);
-
-// 0 when name is the file name of a task of company (absent: any) on instance
-// (absent: an engine without one); a negative number, by the first test that
-// fails, otherwise.
-int MatchTaskFileName(const char16_t* name, const char16_t* company, const char16_t* instance);
 
 // The export's catch-all: what can escape a call is a failed allocation.
 template <class Call>

@@ -76,7 +76,7 @@ int32_t StrToFile(SRV_PROC* srvproc) {
     HeapPtr<char> textBlock = ReadTextBlock(srvproc, 1, text);
     HeapPtr<char> nameBlock = ReadTextBlock(srvproc, 2, params[1]);
     if (!textBlock || !nameBlock) return kStrToFileFailed;
-    const bool append = srv_rpcparams(srvproc) == 3 && ReadIntegerParam(srvproc, 3) != 0;
+    const bool append = srv_rpcparams(srvproc) == 3 && ReadIntegerParam(srvproc, 3, params[2]) != 0;
 
     uint32_t error = 0;
     fileio::FileOwner file(fileio::OpenExclusive(nameBlock.get(), &error));
@@ -162,7 +162,7 @@ int32_t GetFolderPath(SRV_PROC* srvproc) {
                     "\t@FolderParh    Varchar|NVarchar Output.");
         return kFolderParamError;
     }
-    const auto csidl = static_cast<int32_t>(ReadIntegerParam(srvproc, 1));
+    const auto csidl = static_cast<int32_t>(ReadIntegerParam(srvproc, 1, params[0]));
 
     ScopedCompletion completion(srvproc);
     const ParamInfo& path = params[1];

@@ -39,7 +39,13 @@ TEST(ReadIntegerParam, TakesTheLowBytesAndZeroForNull) {
     };
     for (const auto& [param, expected] : cases) {
         uint32_t read = 7;
-        Invoke([&](SRV_PROC* p) { return static_cast<int32_t>(read = ReadIntegerParam(p, 1)); }, {param});
+        Invoke(
+            [&](SRV_PROC* p) {
+                ParamInfo info{};
+                if (GetParam(p, 1, &info, nullptr) == 1) read = ReadIntegerParam(p, 1, info);
+                return 0;
+            },
+            {param});
         EXPECT_EQ(read, expected);
     }
 }

@@ -9,6 +9,7 @@
 #include <tuple>
 
 #include "tasks/params.h"
+#include "tasks/task_names.h"
 #include "tests/procedures/calls.h"
 #include "tests/procedures/scheduler_double.h"
 
