@@ -17,6 +17,8 @@
 #include <memory>
 #include <string_view>
 
+#include "frame/convert.h"
+
 namespace vrn::tasks::jobs {
 namespace {
 
@@ -27,12 +29,8 @@ constexpr size_t kTempPrefix = 5;  // ".tmp-", then six letters or digits
 constexpr int64_t kLeftoverSeconds = 60;
 constexpr char kSuffix[] = ".job";
 
-char Lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
-
 bool EqualIgnoringCase(const std::string& a, const std::string& b) {
-    return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
-               return Lower(x) == Lower(y);
-           });
+    return a.size() == b.size() && EqualIgnoringAsciiCase(a.data(), b.data(), a.size());
 }
 
 bool IsTempName(std::string_view name) {

@@ -39,10 +39,6 @@ NarrowText WordAt(const char16_t* start) {
     return NarrowCopy(std::u16string(rest.substr(0, rest.find(u' '))).c_str());
 }
 
-bool Fold(char16_t a, char16_t b) {
-    auto lower = [](char16_t c) { return c >= u'A' && c <= u'Z' ? static_cast<char16_t>(c - u'A' + u'a') : c; };
-    return lower(a) == lower(b);
-}
 
 constexpr size_t kIdentifierLength = 36;
 
@@ -50,7 +46,7 @@ constexpr size_t kIdentifierLength = 36;
 bool SameIdentifier(const char16_t* value, const char16_t* name) {
     if (name == nullptr || name[0] == 0) return false;
     for (size_t i = 0; i < kIdentifierLength; ++i) {
-        if (value[i] == 0 || name[i + 1] == 0 || !Fold(value[i], name[i + 1])) return false;
+        if (value[i] == 0 || name[i + 1] == 0 || LowerAscii(value[i]) != LowerAscii(name[i + 1])) return false;
     }
     return true;
 }

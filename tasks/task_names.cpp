@@ -2,22 +2,14 @@
 
 #include <cstddef>
 
+#include "frame/convert.h"
+
 namespace vrn::tasks {
 
 namespace {
 
 bool IsLetterOrDigit(char16_t c) {
     return (c >= u'0' && c <= u'9') || (c >= u'A' && c <= u'Z') || (c >= u'a' && c <= u'z');
-}
-
-// Only A to Z fold; every other character stands for itself.
-char16_t Fold(char16_t c) { return c >= u'A' && c <= u'Z' ? static_cast<char16_t>(c - u'A' + u'a') : c; }
-
-bool EqualIgnoringCase(const char16_t* a, const char16_t* b, size_t count) {
-    for (size_t i = 0; i < count; ++i) {
-        if (Fold(a[i]) != Fold(b[i])) return false;
-    }
-    return true;
 }
 
 size_t WideLength(const char16_t* text) {
@@ -58,13 +50,13 @@ int MatchTaskFileName(const char16_t* name, const char16_t* company, const char1
         if (IsHyphenPosition(i) ? name[i] != u'-' : !IsLetterOrDigit(name[i])) return -2;
     }
     if (name[kSeparator] != u'-') return -3;
-    if (company != nullptr && !EqualIgnoringCase(name + kCompanyStart, company, companyLength)) return -4;
-    if (length < kSuffixLength || !EqualIgnoringCase(name + length - kSuffixLength, kSuffix, kSuffixLength)) {
+    if (company != nullptr && !EqualIgnoringAsciiCase(name + kCompanyStart, company, companyLength)) return -4;
+    if (length < kSuffixLength || !EqualIgnoringAsciiCase(name + length - kSuffixLength, kSuffix, kSuffixLength)) {
         return -5;
     }
     if (instance != nullptr) {
         if (length < markLength + kSuffixLength || name[length - markLength - kSuffixLength] != u'$') return -6;
-        if (!EqualIgnoringCase(name + length - markLength - kSuffixLength + 1, instance, markLength - 1)) return -7;
+        if (!EqualIgnoringAsciiCase(name + length - markLength - kSuffixLength + 1, instance, markLength - 1)) return -7;
     } else {
         for (size_t i = 0; i < length; ++i) {
             if (name[i] == u'$') return -8;

@@ -40,13 +40,8 @@ int IsNullableIntType(uint8_t type) { return type == SRVINTN ? 1 : 0; }
 int IsVarCharOrNVarCharType(uint8_t type) { return type == SRVBIGVARCHAR || type == SRVNVARCHAR ? 1 : 0; }
 
 bool EqualsIgnoringCase(const char* a, const char* b) {
-    for (;; ++a, ++b) {
-        unsigned char x = static_cast<unsigned char>(*a), y = static_cast<unsigned char>(*b);
-        if (x >= 'A' && x <= 'Z') x = static_cast<unsigned char>(x - 'A' + 'a');
-        if (y >= 'A' && y <= 'Z') y = static_cast<unsigned char>(y - 'A' + 'a');
-        if (x != y) return false;
-        if (x == '\0') return true;
-    }
+    const size_t length = std::strlen(a);
+    return length == std::strlen(b) && EqualIgnoringAsciiCase(a, b, length);
 }
 
 // ---- vrn_StrToFile

@@ -14,6 +14,7 @@
 #include <string_view>
 #include <vector>
 
+#include "frame/convert.h"
 #include "utilities/server_info.h"
 #include "utilities/server_info_posix.h"
 
@@ -47,10 +48,6 @@ std::string_view Trim(std::string_view text) {
     size_t last = text.find_last_not_of(" \t\r\n");
     return text.substr(first, last - first + 1);
 }
-
-// Names are ASCII; the process's locale has no say in their case.
-char UpperAscii(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c; }
-char LowerAscii(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 
 std::string Upper(std::string_view text) {
     std::string result(text);
