@@ -5,6 +5,7 @@
 #include <cstdarg>
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 #include "frame/platform.h"
 
@@ -24,6 +25,25 @@ void SystemTimeToSqlDateTime(const platform::SystemTime& systemTime, SqlDateTime
 void DateToSqlDateTime(uint16_t year, uint16_t month, uint16_t day, SqlDateTime* result, int32_t* isNull);
 void DateTimeToSqlDateTime(uint16_t year, uint16_t month, uint16_t day, uint16_t hour, uint16_t minute,
                            uint16_t second, uint16_t milliseconds, SqlDateTime* result, int32_t* isNull);
+
+// One code point in UTF-8 (surrogates and all: the caller decides what it takes).
+inline void AppendUtf8(std::string& out, char32_t c) {
+    if (c < 0x80) {
+        out += static_cast<char>(c);
+    } else if (c < 0x800) {
+        out += static_cast<char>(0xC0 | (c >> 6));
+        out += static_cast<char>(0x80 | (c & 0x3F));
+    } else if (c < 0x10000) {
+        out += static_cast<char>(0xE0 | (c >> 12));
+        out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+        out += static_cast<char>(0x80 | (c & 0x3F));
+    } else {
+        out += static_cast<char>(0xF0 | (c >> 18));
+        out += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
+        out += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+        out += static_cast<char>(0x80 | (c & 0x3F));
+    }
+}
 
 // Letter case of ASCII alone: names here are ASCII, and the process's locale
 // has no say in their case. Every other character stands for itself.

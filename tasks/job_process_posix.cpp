@@ -82,17 +82,6 @@ bool ReadAll(int fd, void* out, size_t size) {
     return true;
 }
 
-void WriteAll(int fd, const void* data, size_t size) {
-    const auto* p = static_cast<const uint8_t*>(data);
-    while (size > 0) {
-        const ssize_t n = write(fd, p, size);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return;
-        p += n;
-        size -= static_cast<size_t>(n);
-    }
-}
-
 // The application's process: its own group, default signals, then exec.
 [[noreturn]] void BecomeApplication(const Launch& launch, int errorPipe) {
     setpgid(0, 0);
@@ -109,7 +98,7 @@ void WriteAll(int fd, const void* data, size_t size) {
         execvp(launch.application.c_str(), launch.argv.data());
         error = errno;
     }
-    WriteAll(errorPipe, &error, sizeof error);
+    (void)WriteAll(errorPipe, &error, sizeof error);
     _exit(127);
 }
 
@@ -133,7 +122,7 @@ void WriteAll(int fd, const void* data, size_t size) {
     int errorPipe[2];
     if (pipe2(errorPipe, O_CLOEXEC) != 0) {
         report.error = errno;
-        WriteAll(reportPipe, &report, sizeof report);
+        (void)WriteAll(reportPipe, &report, sizeof report);
         _exit(0);
     }
     const pid_t child = fork();
@@ -144,7 +133,7 @@ void WriteAll(int fd, const void* data, size_t size) {
     close(errorPipe[1]);
     if (child < 0) {
         report.error = errno;
-        WriteAll(reportPipe, &report, sizeof report);
+        (void)WriteAll(reportPipe, &report, sizeof report);
         _exit(0);
     }
     setpgid(child, child);  // also here, so the group exists before the caller hears of it
@@ -152,13 +141,13 @@ void WriteAll(int fd, const void* data, size_t size) {
     if (ReadAll(errorPipe[0], &report.error, sizeof report.error)) {
         while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
         }
-        WriteAll(reportPipe, &report, sizeof report);
+        (void)WriteAll(reportPipe, &report, sizeof report);
         _exit(0);
     }
     close(errorPipe[0]);
     report.pid = child;
     report.pidStart = ProcessStart(child).value_or(0);
-    WriteAll(reportPipe, &report, sizeof report);
+    (void)WriteAll(reportPipe, &report, sizeof report);
     close(reportPipe);
 
     if (launch.maxRunTime != 0xFFFFFFFFu) {

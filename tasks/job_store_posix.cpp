@@ -62,17 +62,6 @@ int SyncFolder(const char* folder) {
     return error;
 }
 
-bool WriteAll(int fd, const uint8_t* data, size_t size) {
-    while (size > 0) {
-        const ssize_t n = write(fd, data, size);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) return false;
-        data += n;
-        size -= static_cast<size_t>(n);
-    }
-    return true;
-}
-
 // mkdir -p, each new folder 0700.
 int MakeFolders(const std::string& path) {
     for (size_t at = 1; at <= path.size(); ++at) {
@@ -351,6 +340,18 @@ void RecordRunEnd(const char* folder, const char* name, uint64_t identity, int32
     if (fd >= 0) close(fd);
     flock(lock, LOCK_UN);
     close(lock);
+}
+
+bool WriteAll(int fd, const void* data, size_t size) {
+    const auto* p = static_cast<const uint8_t*>(data);
+    while (size > 0) {
+        const ssize_t n = write(fd, p, size);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return false;
+        p += n;
+        size -= static_cast<size_t>(n);
+    }
+    return true;
 }
 
 }  // namespace vrn::tasks::jobs

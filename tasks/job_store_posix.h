@@ -78,4 +78,7 @@ int WriteImage(const char* folder, const char* name, const uint8_t* data, size_t
 // was marked its last.
 void RecordRunEnd(const char* folder, const char* name, uint64_t identity, int32_t pid, uint32_t exitCode);
 
+// Writes all of data, going on after interruptions; false when the descriptor fails.
+[[nodiscard]] bool WriteAll(int fd, const void* data, size_t size);
+
 }  // namespace vrn::tasks::jobs

@@ -8,13 +8,15 @@
 #include <string_view>
 #include <vector>
 
+#include "frame/convert.h"
+
 namespace vrn::exec {
 
 using Bytes = std::vector<uint8_t>;
 
-// UTF-8 to code points; nullopt for malformed input.
+// UTF-8 to code points; nullopt for malformed input. (AppendUtf8, the other
+// way, is the frame's.)
 std::optional<std::u32string> DecodeUtf8(std::string_view text);
-void AppendUtf8(std::string& out, char32_t codePoint);
 
 // Windows-1252. The five unassigned bytes map to the C1 controls of the same
 // value, as the platform's converter does, so every byte round-trips.
