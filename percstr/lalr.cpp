@@ -117,14 +117,31 @@ private:
         return found == terminalByName_.end() ? -1 : found->second;
     }
 
+    // The grammar's text into numbered terminals, nonterminals and rules; what
+    // doesn't read is a problem, and the rest is read on.
     void ReadGrammar() {
+        ReadTokens();
+        const std::vector<ProductionText> texts = ReadProductions();
+        if (texts.empty()) {
+            Problem("no productions");
+            return;
+        }
+        ReadPrecedence();
+        NumberTerminals(texts);
+        BuildRules(texts);
+    }
+
+    void ReadTokens() {
         AddTerminal("$end", 0);
         AddTerminal("$undefined", 0);
         for (const TokenName& token : grammar_.tokens) {
             if (token.code <= 0) Problem(std::string("token ") + token.name + " needs a code above 0");
             AddTerminal(token.name, token.code);
         }
+    }
 
+    // Each production as words, its left side numbered as a nonterminal.
+    std::vector<ProductionText> ReadProductions() {
         std::vector<ProductionText> texts;
         nonterminalNames_.push_back("$accept");
         for (const char* production : grammar_.productions) {
@@ -153,11 +170,10 @@ private:
             }
             texts.push_back(std::move(parsed));
         }
-        if (texts.empty()) {
-            Problem("no productions");
-            return;
-        }
+        return texts;
+    }
 
+    void ReadPrecedence() {
         int level = 0;
         for (const PrecedenceLevel& precedence : grammar_.precedence) {
             ++level;
@@ -166,9 +182,11 @@ private:
                 precedenceOf_[word] = Precedence{level, precedence.assoc};
             }
         }
+    }
 
-        // Terminals first: every char literal of the productions needs its number
-        // before the nonterminals are numbered behind them.
+    // Terminals first: every char literal of the productions needs its number
+    // before the nonterminals are numbered behind them.
+    void NumberTerminals(const std::vector<ProductionText>& texts) {
         for (const ProductionText& text : texts) {
             for (const std::string& word : text.rhs) {
                 if (!nonterminalByName_.contains(word) && TerminalOf(word) < 0) {
@@ -178,7 +196,11 @@ private:
         }
         terminalCount_ = static_cast<int>(terminalNames_.size());
         if (static_cast<size_t>(terminalCount_) > kMaxTerminals) Problem("too many terminals");
+    }
 
+    // The rules in symbol numbers, each with its precedence: its last
+    // terminal's, or the %prec level's.
+    void BuildRules(const std::vector<ProductionText>& texts) {
         const int start = SymbolOf(texts.front().lhs);
         rules_.push_back(Rule{0, {start, kEndTerminal}, {}});
         for (const ProductionText& text : texts) {
