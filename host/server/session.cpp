@@ -26,6 +26,7 @@ using tds::TokenWriter;
 
 constexpr uint32_t kProgramVersion = 0x0A320640;  // 10.50.1600: what clients compare features with
 constexpr int32_t kLoginFailed = 18456;
+constexpr int32_t kNoFreeConnection = 17809;
 constexpr int32_t kErrorGeneric = 50000;
 
 std::string Lower(std::string s) {
@@ -429,14 +430,15 @@ std::optional<int32_t> IntegerOfParam(const tds::RpcParam& p) {
 
 class Session {
 public:
-    Session(int fd, const ServerConfig& config, std::string peer, uint16_t spid)
-        : connection_(fd), config_(config), peer_(std::move(peer)), spid_(spid), procedures_(config) {}
+    Session(int fd, const ServerConfig& config, std::string peer, uint16_t spid, ConnectionControl& control)
+        : connection_(fd), config_(config), peer_(std::move(peer)), spid_(spid), control_(control), procedures_(config) {}
 
     void Run() {
         if (!Login()) return;
         uint8_t type = 0;
         Bytes payload;
         while (connection_.ReadMessage(type, payload, config_.maxRequestBytes)) {
+            control_.busy = true;
             bool ok = true;
             switch (type) {
             case tds::kSqlBatch: ok = Batch(payload); break;
@@ -445,6 +447,8 @@ public:
             case tds::kAttention: ok = AnswerAttention(); break;
             default: ok = ProtocolError("a message of type " + std::to_string(type) + " after login"); break;
             }
+            control_.Touch();
+            control_.busy = false;
             if (!ok) return;
         }
     }
@@ -466,6 +470,7 @@ private:
             if (!connection_.ReadMessage(type, payload, 1u << 16, {tds::kLogin7})) return false;
         }
         if (type != tds::kLogin7) return ProtocolError("no login");
+        control_.loginRead = true;
         std::optional<tds::Login7> login = tds::ParseLogin7(payload);
         OPENSSL_cleanse(payload.data(), payload.size());
         if (!login) return ProtocolError("a login that doesn't read");
@@ -477,12 +482,16 @@ private:
         const bool wantsFederated = std::find(login->features.begin(), login->features.end(), 0x02) != login->features.end();
         // Why a login is refused goes to the log; the client hears only that it was.
         std::string refusal;
-        if (!version_) {
+        int32_t number = kLoginFailed;
+        if (control_.refuse) {
+            refusal = "the server has " + std::to_string(config_.maxConnections) + " connections already";
+            number = kNoFreeConnection;
+        } else if (!version_) {
             refusal = "its TDS version is older than 7.1";
         } else if (login->integratedSecurity || wantsFederated) {
             refusal = "it asks for a kind of login this server doesn't have";
-        } else if (!CheckLogin(*config_.users, user, password)) {
-            refusal = "wrong name or password";
+        } else if (!PasswordChecked(user, password)) {
+            refusal = throttled_ ? "too many failed logins from its address" : "wrong name or password";
         }
         OPENSSL_cleanse(password.data(), password.size());
         if (!version_) version_ = tds::kTds71;  // to say why in a layout it reads
@@ -491,10 +500,16 @@ private:
             TokenWriter w(version_);
             tds::Message m;
             m.error = true;
-            m.number = kLoginFailed;
+            m.number = number;
             m.state = 1;
             m.msgClass = 14;
             m.text = tds::Utf16OfUtf8("Login failed for user '" + user + "'.");
+            if (number == kNoFreeConnection) {
+                m.msgClass = 20;
+                m.text = tds::Utf16OfUtf8("Could not connect because the maximum number of '" + std::to_string(config_.maxConnections) +
+                                          "' user connections has already been reached. The system administrator can use "
+                                          "sp_configure to increase the maximum value. The connection has been closed.");
+            }
             m.server = config_.serverName;
             w.Message(m);
             w.Done(tds::kTokenDone, tds::kDoneError, 0, 0);
@@ -516,6 +531,23 @@ private:
         if (tds::Is74(version_) && (login->optionFlags3 & 0x10)) w.FeatureExtAck();
         w.Done(tds::kTokenDone, 0, 0, 0);
         return Send(tds::kReply, w.bytes());
+    }
+
+    // The password against the users file, after the wait the address's
+    // failures have earned; too long a wait refuses without a check.
+    bool PasswordChecked(const std::string& user, const std::string& password) {
+        LoginThrottle* throttle = config_.throttle;
+        if (throttle) {
+            const auto wait = throttle->Admit(control_.address, LoginThrottle::Clock::now());
+            if (!wait) {
+                throttled_ = true;
+                return false;
+            }
+            if (wait->count() > 0) std::this_thread::sleep_for(*wait);
+        }
+        if (CheckLogin(*config_.users->Get(), user, password)) return true;
+        if (throttle) throttle->Failed(control_.address, LoginThrottle::Clock::now());
+        return false;
     }
 
     static std::u16string PasswordText(const std::string& utf16) {
@@ -803,6 +835,8 @@ private:
     const ServerConfig& config_;
     std::string peer_;
     uint16_t spid_;
+    ConnectionControl& control_;
+    bool throttled_ = false;
     ServerProcedures procedures_;
     tds::DecodeLimits limits_;
     uint32_t version_ = tds::kTds74;
@@ -820,10 +854,10 @@ void Log(const std::string& line) {
     std::cerr << "vrn-server: " << line << std::endl;
 }
 
-void ServeConnection(int fd, const ServerConfig& config, const std::string& peer, uint16_t spid) {
+void ServeConnection(int fd, const ServerConfig& config, const std::string& peer, uint16_t spid, ConnectionControl& control) {
     // Whatever goes wrong in one connection (memory, above all) ends that one alone.
     try {
-        Session(fd, config, peer, spid).Run();
+        Session(fd, config, peer, spid, control).Run();
     } catch (const std::exception& e) {
         Log("closing " + peer + ": " + e.what());
     } catch (...) {
