@@ -437,7 +437,9 @@ public:
         if (!Login()) return;
         uint8_t type = 0;
         Bytes payload;
-        while (connection_.ReadMessage(type, payload, config_.maxRequestBytes)) {
+        // A packet of a type no client sends closes at once, before its length is waited for.
+        while (connection_.ReadMessage(type, payload, config_.maxRequestBytes,
+                                       {tds::kSqlBatch, tds::kRpc, tds::kTransactionManager, tds::kAttention})) {
             control_.busy = true;
             bool ok = true;
             switch (type) {
@@ -816,6 +818,9 @@ private:
     // The answer goes out whole, or, when the client sent an attention
     // meanwhile, a done with the attention bit instead.
     bool Answer(TokenWriter& w, bool interrupted) {
+        // A wait cut short by an attention left it on the wire: it is taken
+        // here, or the next read would answer it a second time.
+        if (interrupted) (void)connection_.TakeAttention();
         if (interrupted || connection_.TakeAttention()) return AnswerAttention();
         return Send(tds::kReply, w.bytes());
     }
