@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
@@ -45,6 +46,15 @@ inline long ProcStatus(pid_t pid, const std::string& field) {
     return at == std::string::npos ? -1 : std::atol(text.c_str() + at + field.size() + 2);
 }
 
+// NAME:HASH, a users file's line, made by the server itself.
+inline std::string UserLine(const std::string& name, const std::string& password) {
+    const std::string out = ::testing::TempDir() + "vrn_hash_" + std::to_string(getpid());
+    (void)std::system(("printf '%s' '" + password + "' | '" + std::getenv("VRN_SERVER") + "' --hash-password >'" + out + "'").c_str());
+    std::string hash = ReadText(out);
+    std::remove(out.c_str());
+    return name + ":" + hash;
+}
+
 class ServerProcess {
 public:
     static bool Available() {
@@ -60,11 +70,7 @@ public:
         (void)std::system(("rm -rf '" + folder_ + "' && mkdir -p '" + folder_ + "/tasks'").c_str());
         users_ = folder_ + "/users";
         log_ = folder_ + "/log";
-        if (usersText.empty()) {
-            (void)std::system(("printf 'golden:' >'" + users_ + "' && printf golden | '" + server + "' --hash-password >>'" + users_ + "'").c_str());
-        } else {
-            std::ofstream(users_) << usersText;
-        }
+        std::ofstream(users_) << (usersText.empty() ? UserLine("golden", "golden") : usersText);
         std::vector<std::string> args = {server, "--lib", std::getenv("VRN_LIB"), "--listen", "127.0.0.1:0", "--users", users_,
                                           "--task-store", folder_ + "/tasks"};
         args.insert(args.end(), options.begin(), options.end());
