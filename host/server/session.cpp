@@ -815,14 +815,19 @@ private:
         return Send(tds::kReply, w.bytes());
     }
 
-    // The answer goes out whole, or, when the client sent an attention
-    // meanwhile, a done with the attention bit instead.
+    // The answer goes out whole; or, when the client sent an attention
+    // meanwhile, its output is dropped: the request ends with an empty answer
+    // and the attention gets its own, so that a client reading "the request's
+    // answer, then the acknowledgement" and one reading "until the
+    // acknowledgement" both stop in the right place.
     bool Answer(TokenWriter& w, bool interrupted) {
         // A wait cut short by an attention left it on the wire: it is taken
-        // here, or the next read would answer it a second time.
-        if (interrupted) (void)connection_.TakeAttention();
-        if (interrupted || connection_.TakeAttention()) return AnswerAttention();
-        return Send(tds::kReply, w.bytes());
+        // here, or the next read would acknowledge it a second time.
+        const bool attention = connection_.TakeAttention();
+        if (!interrupted && !attention) return Send(tds::kReply, w.bytes());
+        TokenWriter end(version_);
+        end.Done(tds::kTokenDone, 0, 0, 0);
+        return Send(tds::kReply, end.bytes()) && AnswerAttention();
     }
 
     bool Send(uint8_t type, const Bytes& payload) {

@@ -214,6 +214,19 @@ public:
         return false;
     }
 
+    // After an attention: the answers up to its acknowledgement, which the last one ends with.
+    std::vector<Bytes> ReceiveUntilAttention(std::chrono::milliseconds limit = 10s) {
+        std::vector<Bytes> answers;
+        while (answers.size() < 4) {
+            std::optional<Bytes> answer = Receive(limit);
+            if (!answer) break;
+            answers.push_back(std::move(*answer));
+            const Bytes& a = answers.back();
+            if (a.size() >= 13 && a[a.size() - 13] == kTokenDone && (a[a.size() - 12] & kDoneAttention)) break;
+        }
+        return answers;
+    }
+
     // PRELOGIN and LOGIN7; the login's answer.
     std::optional<Bytes> Login(const std::string& user = "golden", const std::string& password = "golden",
                                uint32_t packetSize = kDefaultPacketSize) {
