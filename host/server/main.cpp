@@ -228,7 +228,7 @@ int main(int argc, char** argv) {
     const int yes = 1;
     setsockopt(listener, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
     if (listener < 0 || bind(listener, reinterpret_cast<sockaddr*>(&address.socket), sizeof address.socket) != 0 ||
-        ::listen(listener, 128) != 0) {
+        ::listen(listener, SOMAXCONN) != 0) {
         std::cerr << "vrn-server: cannot listen on " << listen << ": " << std::strerror(errno) << "\n";
         if (listener >= 0) close(listener);
         return 1;
