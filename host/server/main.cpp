@@ -19,13 +19,14 @@
 #include "host/exec/environment.h"
 #include "host/server/passwords.h"
 #include "host/server/session.h"
+#include "host/server/tls.h"
 #include "host/tds/requests.h"
 
 namespace {
 
 constexpr const char* kUsage =
     "usage: vrn-server [--lib PATH] [--listen ADDR:PORT] --users FILE [--instance NAME] [--task-store DIR]\n"
-    "                  [--server-name NAME]\n"
+    "                  [--server-name NAME] [--tls-cert FILE --tls-key FILE | --allow-plaintext]\n"
     "       vrn-server --hash-password   (reads a password from standard input, prints its hash)\n"
     "Serves the library's procedures to TDS clients.\n"
     "  --lib PATH          the library to load (default: $VRN_LIB, else libvrn.so of the build)\n"
@@ -33,7 +34,10 @@ constexpr const char* kUsage =
     "  --users FILE        NAME:HASH lines, one per login (required)\n"
     "  --instance NAME     the instance name the host gives the procedures\n"
     "  --task-store DIR    the folder of the scheduled tasks (sets VRN_TASK_STORE)\n"
-    "  --server-name NAME  the name messages and @@SERVERNAME give (default VRN)\n";
+    "  --server-name NAME  the name messages and @@SERVERNAME give (default VRN)\n"
+    "  --tls-cert FILE     the server's certificate (PEM, its chain after it): clients then encrypt\n"
+    "  --tls-key FILE      the certificate's private key (PEM)\n"
+    "  --allow-plaintext   listen beyond loopback without TLS, logins and all in clear\n";
 
 int stopPipe[2] = {-1, -1};
 
@@ -97,8 +101,8 @@ struct Client {
 }  // namespace
 
 int main(int argc, char** argv) {
-    std::string library, listen = "127.0.0.1:1433", usersFile, instance, serverName = "VRN";
-    bool hashPassword = false;
+    std::string library, listen = "127.0.0.1:1433", usersFile, instance, serverName = "VRN", tlsCert, tlsKey;
+    bool hashPassword = false, allowPlaintext = false;
     vrn::exec::CommandLine line(argc, argv);
     while (line.Next()) {
         const std::string& arg = line.arg();
@@ -118,6 +122,12 @@ int main(int argc, char** argv) {
             instance = *v;
         } else if (auto v = value("--server-name")) {
             serverName = *v;
+        } else if (arg == "--allow-plaintext") {
+            allowPlaintext = true;
+        } else if (auto v = value("--tls-cert")) {
+            tlsCert = *v;
+        } else if (auto v = value("--tls-key")) {
+            tlsKey = *v;
         } else if (auto v = value("--task-store")) {
             if (v->empty() || !vrn::exec::SetEnvironment("VRN_TASK_STORE", v->c_str())) return UsageError("--task-store needs a folder");
         } else {
@@ -129,6 +139,23 @@ int main(int argc, char** argv) {
     if (usersFile.empty()) return UsageError("--users is required: no one could log in");
     Address address;
     if (!ParseAddress(listen, address)) return UsageError("--listen takes ADDR:PORT, e.g. 127.0.0.1:1433");
+    if (tlsCert.empty() != tlsKey.empty()) return UsageError("--tls-cert and --tls-key go together");
+    const bool loopback = (ntohl(address.socket.sin_addr.s_addr) >> 24) == 127;
+    if (tlsCert.empty() && !loopback && !allowPlaintext) {
+        std::cerr << "vrn-server: will not listen on " << listen
+                  << " without TLS: passwords would cross the network in clear; give --tls-cert and --tls-key, "
+                     "or --allow-plaintext if that network is private\n";
+        return 1;
+    }
+    std::unique_ptr<vrn::server::TlsContext> tls;
+    if (!tlsCert.empty()) {
+        std::string why;
+        tls = vrn::server::TlsContext::Load(tlsCert, tlsKey, why);
+        if (!tls) {
+            std::cerr << "vrn-server: " << why << "\n";
+            return 1;
+        }
+    }
 
     std::string error;
     const std::optional<vrn::server::Users> users = vrn::server::ReadUsers(usersFile, error);
@@ -151,6 +178,7 @@ int main(int argc, char** argv) {
     config.users = &*users;
     config.serverNameUtf8 = serverName;
     config.serverName = vrn::tds::Utf16OfUtf8(serverName);
+    config.tls = tls.get();
     if (!instance.empty()) {
         config.instanceUtf8 = instance;
         config.instanceName = vrn::tds::Utf16OfUtf8(instance);
@@ -176,6 +204,7 @@ int main(int argc, char** argv) {
     sigaction(SIGINT, &stop, nullptr);
     signal(SIGPIPE, SIG_IGN);
 
+    if (tls) vrn::server::Log("clients encrypt, with the certificate " + tlsCert);
     vrn::server::Log("listening on " + Describe(bound));
     std::list<Client> clients;
     uint16_t nextSpid = 51;

@@ -11,6 +11,8 @@
 
 namespace vrn::server {
 
+class TlsContext;
+
 struct ServerConfig {
     const host::Library* library = nullptr;
     const Users* users = nullptr;
@@ -19,6 +21,7 @@ struct ServerConfig {
     std::string instanceUtf8;
     std::string serverNameUtf8 = "VRN";
     size_t maxRequestBytes = 64u << 20;  // one request, all its packets
+    const TlsContext* tls = nullptr;     // none: the server can't encrypt
 };
 
 // One line to standard error, whole, whichever thread writes it.
