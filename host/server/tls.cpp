@@ -4,6 +4,7 @@
 #include <openssl/pem.h>
 #include <openssl/x509.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -18,6 +19,9 @@ struct FileClose {
 struct X509Free {
     void operator()(X509* x) const { X509_free(x); }
 };
+struct KeyFree {
+    void operator()(EVP_PKEY* k) const { EVP_PKEY_free(k); }
+};
 
 // Whether a file can be read by this process, and why not.
 bool Readable(const std::string& file, const char* what, std::string& error) {
@@ -25,6 +29,19 @@ bool Readable(const std::string& file, const char* what, std::string& error) {
     if (f) return true;
     error = std::string("cannot read the TLS ") + what + " " + file + ": " + std::strerror(errno);
     return false;
+}
+
+std::string TimeText(const ASN1_TIME* time) {
+    BIO* text = BIO_new(BIO_s_mem());
+    if (!text) return "?";
+    std::string out = "?";
+    char* data = nullptr;
+    if (ASN1_TIME_print(text, time) == 1) {
+        const long n = BIO_get_mem_data(text, &data);
+        out.assign(data, static_cast<size_t>(std::max(n, 0L)));
+    }
+    BIO_free(text);
+    return out;
 }
 
 }  // namespace
@@ -54,11 +71,13 @@ std::unique_ptr<TlsContext> TlsContext::Load(const std::string& certificateFile,
         return nullptr;
     }
     if (X509_cmp_current_time(X509_get0_notAfter(certificate.get())) <= 0) {
-        error = "the TLS certificate " + certificateFile + " has expired: make or get a new one";
+        error = "the TLS certificate " + certificateFile + " expired on " +
+                TimeText(X509_get0_notAfter(certificate.get())) + ": make or get a new one";
         return nullptr;
     }
     if (X509_cmp_current_time(X509_get0_notBefore(certificate.get())) >= 0) {
-        error = "the TLS certificate " + certificateFile + " is not valid yet: check the clock or the certificate";
+        error = "the TLS certificate " + certificateFile + " is not valid before " +
+                TimeText(X509_get0_notBefore(certificate.get())) + ": check the clock or the certificate";
         return nullptr;
     }
     std::unique_ptr<SSL_CTX, SslFree> ctx(SSL_CTX_new(TLS_server_method()));
@@ -76,13 +95,22 @@ std::unique_ptr<TlsContext> TlsContext::Load(const std::string& certificateFile,
         error = "the TLS certificate " + certificateFile + " cannot be used: " + TlsErrors();
         return nullptr;
     }
-    if (SSL_CTX_use_PrivateKey_file(ctx.get(), keyFile.c_str(), SSL_FILETYPE_PEM) != 1) {
-        error = "the TLS key " + keyFile + " cannot be used: " + TlsErrors();
+    std::unique_ptr<EVP_PKEY, KeyFree> key;
+    {
+        const std::unique_ptr<FILE, FileClose> f(std::fopen(keyFile.c_str(), "rb"));
+        if (f) key.reset(PEM_read_PrivateKey(f.get(), nullptr, nullptr, nullptr));
+    }
+    if (!key) {
+        error = "the TLS key " + keyFile + " is not a PEM private key without a passphrase: " + TlsErrors();
         return nullptr;
     }
-    if (SSL_CTX_check_private_key(ctx.get()) != 1) {
+    if (X509_check_private_key(certificate.get(), key.get()) != 1) {
         ERR_clear_error();
         error = "the TLS key " + keyFile + " does not match the certificate " + certificateFile;
+        return nullptr;
+    }
+    if (SSL_CTX_use_PrivateKey(ctx.get(), key.get()) != 1 || SSL_CTX_check_private_key(ctx.get()) != 1) {
+        error = "the TLS key " + keyFile + " cannot be used: " + TlsErrors();
         return nullptr;
     }
     return std::unique_ptr<TlsContext>(new TlsContext(ctx.release()));
