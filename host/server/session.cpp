@@ -616,7 +616,8 @@ private:
                 return ProtocolError("it sent more than its login under login-only encryption");
             }
         } else if (config_.tls) {
-            return ProtocolError("a login without pre-login would come in clear, and this server requires encryption");
+            OPENSSL_cleanse(payload.data(), payload.size());
+            return ProtocolError("its login came in clear without a pre-login, and this server requires encryption");
         }
         if (type != tds::kLogin7) return ProtocolError("no login");
         std::optional<tds::Login7> login = tds::ParseLogin7(payload);
