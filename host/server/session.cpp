@@ -251,19 +251,23 @@ private:
         return got == static_cast<int>(sizeof header) ? Peeked::Attention : Peeked::Other;
     }
 
-    // Moves what the socket has into the TLS input; wait: block until
-    // something comes. False when the client left (or the socket failed).
+    // Moves what the socket has into the TLS input, a record's worth at a
+    // time; wait: block until something comes. Without waiting, a client
+    // that sends ahead is left in the socket once a few records are in.
+    // False when the client left (or the socket failed).
     bool Fill(bool wait) {
+        if (!wait && BIO_ctrl_pending(in_) >= kReadAhead) return true;
         uint8_t chunk[16 * 1024 + 512];
         for (;;) {
             const ssize_t got = recv(fd_, chunk, sizeof chunk, wait ? 0 : MSG_DONTWAIT);
             if (got < 0 && errno == EINTR) continue;
             if (got < 0 && !wait && (errno == EAGAIN || errno == EWOULDBLOCK)) return true;
             if (got <= 0) return false;
-            if (BIO_write(in_, chunk, static_cast<int>(got)) != got) return false;
-            if (wait) return true;
+            return BIO_write(in_, chunk, static_cast<int>(got)) == got;
         }
     }
+
+    static constexpr size_t kReadAhead = 64 * 1024;
 
     // The TLS records made so far, sent and let go.
     bool SendOutput() {
