@@ -25,7 +25,7 @@ install() {  # install [--no-install-recommends] PACKAGE...
 for part in "${parts[@]}"; do
   case $part in
     build) install cmake g++ make libssl-dev ;;
-    tests) install libgtest-dev libgmock-dev libbenchmark-dev valgrind diffutils ;;
+    tests) install libgtest-dev libgmock-dev libbenchmark-dev valgrind diffutils openssl ;;
     fuzz) install clang-14 libclang-rt-14-dev ;;
     # The cross compiler with posix threads (for std::thread and std::mutex), the
     # gtest sources to cross-build, and wine to run the result. Recommends would
@@ -34,7 +34,7 @@ for part in "${parts[@]}"; do
     pg) install --no-install-recommends postgresql-15 postgresql-server-dev-15 ;;
     # Debian's npm conflicts with a nodejs that brings its own npm: keep that one.
     clients)
-      install freetds-bin tdsodbc unixodbc python3-pyodbc libjtds-java default-jdk-headless nodejs
+      install freetds-bin tdsodbc unixodbc python3-pyodbc libjtds-java default-jdk-headless nodejs openssl
       command -v npm >/dev/null || install npm
       (cd "$(dirname "$0")/../tests/clients/node" && npm ci --no-audit --no-fund --loglevel=error) ;;
     *) echo "unknown part: $part (build, tests, fuzz, windows, pg, clients)" >&2; exit 2 ;;

@@ -22,14 +22,16 @@
 #include "host/exec/environment.h"
 #include "host/server/passwords.h"
 #include "host/server/session.h"
+#include "host/server/tls.h"
 #include "host/tds/requests.h"
 
 namespace {
 
 constexpr const char* kUsage =
     "usage: vrn-server [--lib PATH] [--listen ADDR:PORT] --users FILE [--instance NAME] [--task-store DIR]\n"
-    "                  [--server-name NAME] [--max-connections N] [--max-request-bytes N]\n"
-    "                  [--login-timeout SECONDS] [--idle-timeout SECONDS] [--stop-timeout SECONDS]\n"
+    "                  [--server-name NAME] [--tls-cert FILE --tls-key FILE | --allow-plaintext]\n"
+    "                  [--max-connections N] [--max-request-bytes N] [--login-timeout SECONDS]\n"
+    "                  [--idle-timeout SECONDS] [--stop-timeout SECONDS]\n"
     "       vrn-server --hash-password   (reads a password from standard input, prints its hash)\n"
     "Serves the library's procedures to TDS clients.\n"
     "  --lib PATH          the library to load (default: $VRN_LIB, else libvrn.so of the build)\n"
@@ -38,6 +40,9 @@ constexpr const char* kUsage =
     "  --instance NAME     the instance name the host gives the procedures\n"
     "  --task-store DIR    the folder of the scheduled tasks (sets VRN_TASK_STORE)\n"
     "  --server-name NAME  the name messages and @@SERVERNAME give (default VRN)\n"
+    "  --tls-cert FILE     the server's certificate (PEM, its chain after it): clients then encrypt\n"
+    "  --tls-key FILE      the certificate's private key (PEM)\n"
+    "  --allow-plaintext   listen beyond loopback without TLS, logins and all in clear\n"
     "  --max-connections N       connections at once; a login beyond them is refused (default 1000)\n"
     "  --max-request-bytes N     the largest request, all its packets (default 67108864)\n"
     "  --login-timeout SECONDS   a connection that hasn't sent its login by then is closed (default 5)\n"
@@ -147,8 +152,8 @@ void CloseLate(std::list<Client>& clients, std::chrono::seconds loginTimeout, st
 }  // namespace
 
 int main(int argc, char** argv) {
-    std::string library, listen = "127.0.0.1:1433", usersFile, instance, serverName = "VRN";
-    bool hashPassword = false;
+    std::string library, listen = "127.0.0.1:1433", usersFile, instance, serverName = "VRN", tlsCert, tlsKey;
+    bool hashPassword = false, allowPlaintext = false;
     uint64_t maxConnections = 1000, maxRequestBytes = 64u << 20, loginTimeout = 5, idleTimeout = 0, stopTimeout = 30;
     vrn::exec::CommandLine line(argc, argv);
     while (line.Next()) {
@@ -169,6 +174,12 @@ int main(int argc, char** argv) {
             instance = *v;
         } else if (auto v = value("--server-name")) {
             serverName = *v;
+        } else if (arg == "--allow-plaintext") {
+            allowPlaintext = true;
+        } else if (auto v = value("--tls-cert")) {
+            tlsCert = *v;
+        } else if (auto v = value("--tls-key")) {
+            tlsKey = *v;
         } else if (auto v = value("--max-connections")) {
             if (!ParseCount(*v, 32767, maxConnections) || maxConnections == 0) return UsageError("--max-connections takes 1 to 32767");
         } else if (auto v = value("--max-request-bytes")) {
@@ -192,6 +203,23 @@ int main(int argc, char** argv) {
     if (usersFile.empty()) return UsageError("--users is required: no one could log in");
     Address address;
     if (!ParseAddress(listen, address)) return UsageError("--listen takes ADDR:PORT, e.g. 127.0.0.1:1433");
+    if (tlsCert.empty() != tlsKey.empty()) return UsageError("--tls-cert and --tls-key go together");
+    const bool loopback = (ntohl(address.socket.sin_addr.s_addr) >> 24) == 127;
+    if (tlsCert.empty() && !loopback && !allowPlaintext) {
+        std::cerr << "vrn-server: will not listen on " << listen
+                  << " without TLS: passwords would cross the network in clear; give --tls-cert and --tls-key, "
+                     "or --allow-plaintext if that network is private\n";
+        return 1;
+    }
+    std::unique_ptr<vrn::server::TlsContext> tls;
+    if (!tlsCert.empty()) {
+        std::string why;
+        tls = vrn::server::TlsContext::Load(tlsCert, tlsKey, why);
+        if (!tls) {
+            std::cerr << "vrn-server: " << why << "\n";
+            return 1;
+        }
+    }
 
     std::string error;
     std::optional<vrn::server::Users> firstUsers = vrn::server::ReadUsers(usersFile, error);
@@ -219,6 +247,7 @@ int main(int argc, char** argv) {
     config.maxRequestBytes = maxRequestBytes;
     config.serverNameUtf8 = serverName;
     config.serverName = vrn::tds::Utf16OfUtf8(serverName);
+    config.tls = tls.get();
     if (!instance.empty()) {
         config.instanceUtf8 = instance;
         config.instanceName = vrn::tds::Utf16OfUtf8(instance);
@@ -247,6 +276,7 @@ int main(int argc, char** argv) {
     sigaction(SIGHUP, &reload, nullptr);
     signal(SIGPIPE, SIG_IGN);
 
+    if (tls) vrn::server::Log("clients encrypt, with the certificate " + tlsCert);
     vrn::server::Log("listening on " + Describe(bound));
     std::list<Client> clients;
     uint16_t nextSpid = 51;

@@ -1,12 +1,15 @@
 #include "host/server/session.h"
 
+#include <openssl/bio.h>
 #include <openssl/crypto.h>
+#include <openssl/err.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <chrono>
 #include <iostream>
 #include <map>
@@ -15,6 +18,7 @@
 
 #include "host/exec/runner.h"
 #include "host/server/system_procedures.h"
+#include "host/server/tls.h"
 #include "host/tds/requests.h"
 
 namespace vrn::server {
@@ -62,12 +66,81 @@ std::string LastNamePart(const std::string& name) {
 
 // ---- The socket ----------------------------------------------------------------
 
+// The client's socket, plain or under TLS. OpenSSL works on memory buffers
+// here, not on the socket: during the handshake its records travel inside
+// pre-login packets, afterwards straight on the wire; and what has arrived but
+// not been read yet can be looked at without waiting, for an attention.
 class Connection {
 public:
     explicit Connection(int fd) : fd_(fd) {}
 
+    // The handshake, its records inside pre-login packets. False when it failed.
+    bool StartTls(const TlsContext& context, std::string& why) {
+        ssl_ = context.NewSession();
+        BIO* in = BIO_new(BIO_s_mem());
+        BIO* out = BIO_new(BIO_s_mem());
+        if (!ssl_ || !in || !out) {
+            BIO_free(in), BIO_free(out);
+            why = "no memory for TLS";
+            return false;
+        }
+        SSL_set_bio(ssl_.get(), in, out);  // the session owns both now
+        in_ = in, out_ = out;
+        for (;;) {
+            ERR_clear_error();
+            const int done = SSL_do_handshake(ssl_.get());
+            const int error = SSL_get_error(ssl_.get(), done);
+            if (BIO_ctrl_pending(out_) > 0) {
+                char* data = nullptr;
+                const long n = BIO_get_mem_data(out_, &data);
+                Bytes packets;
+                tds::AppendPackets(packets, tds::kPreLogin, Bytes(data, data + std::max(n, 0L)), tds::kDefaultPacketSize);
+                (void)BIO_reset(out_);
+                if (!SendRaw(packets.data(), packets.size())) {
+                    why = "the client left during the TLS handshake";
+                    return false;
+                }
+            }
+            if (done == 1) break;
+            if (error != SSL_ERROR_WANT_READ) {
+                why = "the TLS handshake failed: " + TlsErrors();
+                return false;
+            }
+            uint8_t type = 0;
+            Bytes payload;
+            if (!ReadMessage(type, payload, 1u << 16, {tds::kPreLogin})) {
+                why = "the client left or broke the framing during the TLS handshake";
+                return false;
+            }
+            if (!payload.empty() && BIO_write(in_, payload.data(), static_cast<int>(payload.size())) <= 0) {
+                why = "no memory for TLS";
+                return false;
+            }
+        }
+        tls_ = true;
+        return true;
+    }
+
+    // After a login-only encryption: the rest is plain. False when the client
+    // sent more under TLS than its login, which then would be lost.
+    bool StopTls() {
+        tls_ = false;
+        return SSL_pending(ssl_.get()) == 0 && BIO_ctrl_pending(in_) == 0;
+    }
+
     bool ReadExact(uint8_t* data, size_t n) {
         while (n > 0) {
+            if (tls_) {
+                ERR_clear_error();
+                const int got = SSL_read(ssl_.get(), data, static_cast<int>(std::min<size_t>(n, INT_MAX)));
+                if (got > 0) {
+                    data += got;
+                    n -= static_cast<size_t>(got);
+                } else if (SSL_get_error(ssl_.get(), got) != SSL_ERROR_WANT_READ || !Fill(true)) {
+                    return false;
+                }
+                continue;
+            }
             const ssize_t got = recv(fd_, data, n, 0);
             if (got < 0 && errno == EINTR) continue;
             if (got <= 0) return false;
@@ -77,15 +150,17 @@ public:
         return true;
     }
 
+    // The whole of bytes in one go: under TLS its records are made first,
+    // then sent together.
     bool WriteAll(const Bytes& bytes) {
-        size_t at = 0;
-        while (at < bytes.size()) {
-            const ssize_t sent = send(fd_, bytes.data() + at, bytes.size() - at, MSG_NOSIGNAL);
-            if (sent < 0 && errno == EINTR) continue;
-            if (sent <= 0) return false;
-            at += static_cast<size_t>(sent);
+        if (!tls_) return SendRaw(bytes.data(), bytes.size());
+        for (size_t at = 0; at < bytes.size();) {
+            ERR_clear_error();
+            const int n = static_cast<int>(std::min<size_t>(bytes.size() - at, 1u << 30));
+            if (SSL_write(ssl_.get(), bytes.data() + at, n) != n) return false;
+            at += static_cast<size_t>(n);
         }
-        return true;
+        return SendOutput();
     }
 
     // One whole message: its packets' payloads joined. False when the client
@@ -115,10 +190,14 @@ public:
 
     // An attention the client sent while its request ran, taken off the wire.
     bool TakeAttention() {
-        pollfd p{fd_, POLLIN, 0};
-        if (poll(&p, 1, 0) <= 0 || !(p.revents & POLLIN)) return false;
         uint8_t header[tds::kHeaderSize];
-        if (recv(fd_, header, sizeof header, MSG_PEEK | MSG_DONTWAIT) != static_cast<ssize_t>(sizeof header)) return false;
+        if (tls_) {
+            if (Peek(header) != Peeked::Attention) return false;
+        } else {
+            pollfd p{fd_, POLLIN, 0};
+            if (poll(&p, 1, 0) <= 0 || !(p.revents & POLLIN)) return false;
+            if (recv(fd_, header, sizeof header, MSG_PEEK | MSG_DONTWAIT) != static_cast<ssize_t>(sizeof header)) return false;
+        }
         const tds::PacketHeader h = tds::ReadPacketHeader(header);
         if (h.type != tds::kAttention || h.length < tds::kHeaderSize) return false;
         Bytes packet(h.length);
@@ -131,10 +210,22 @@ public:
         for (;;) {
             const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
             if (left.count() <= 0) return true;
+            if (tls_) {
+                uint8_t header[tds::kHeaderSize];
+                switch (Peek(header)) {
+                case Peeked::Attention:
+                case Peeked::Gone: return false;
+                case Peeked::Other:
+                    std::this_thread::sleep_for(left);
+                    return true;
+                case Peeked::Nothing: break;
+                }
+            }
             pollfd p{fd_, POLLIN, 0};
             const int ready = poll(&p, 1, static_cast<int>(std::min<int64_t>(left.count(), 1000)));
             if (ready > 0) {
                 if (p.revents & (POLLHUP | POLLERR)) return false;
+                if (tls_) continue;  // the peek above reads it
                 uint8_t header[tds::kHeaderSize];
                 const ssize_t got = recv(fd_, header, sizeof header, MSG_PEEK | MSG_DONTWAIT);
                 if (got == 0) return false;
@@ -147,7 +238,63 @@ public:
     }
 
 private:
+    enum class Peeked { Nothing, Attention, Other, Gone };
+
+    // What the next decrypted bytes are, taking in whatever the socket holds
+    // without waiting for more. A record cut short is Nothing yet.
+    Peeked Peek(uint8_t (&header)[tds::kHeaderSize]) {
+        if (!Fill(false)) return Peeked::Gone;
+        ERR_clear_error();
+        const int got = SSL_peek(ssl_.get(), header, sizeof header);
+        if (got <= 0) return SSL_get_error(ssl_.get(), got) == SSL_ERROR_WANT_READ ? Peeked::Nothing : Peeked::Gone;
+        if (header[0] != tds::kAttention) return Peeked::Other;
+        // An attention is one packet of a header alone: it comes in one record.
+        return got == static_cast<int>(sizeof header) ? Peeked::Attention : Peeked::Other;
+    }
+
+    // Moves what the socket has into the TLS input, a record's worth at a
+    // time; wait: block until something comes. Without waiting, a client
+    // that sends ahead is left in the socket once a few records are in.
+    // False when the client left (or the socket failed).
+    bool Fill(bool wait) {
+        if (!wait && BIO_ctrl_pending(in_) >= kReadAhead) return true;
+        uint8_t chunk[16 * 1024 + 512];
+        for (;;) {
+            const ssize_t got = recv(fd_, chunk, sizeof chunk, wait ? 0 : MSG_DONTWAIT);
+            if (got < 0 && errno == EINTR) continue;
+            if (got < 0 && !wait && (errno == EAGAIN || errno == EWOULDBLOCK)) return true;
+            if (got <= 0) return false;
+            return BIO_write(in_, chunk, static_cast<int>(got)) == got;
+        }
+    }
+
+    static constexpr size_t kReadAhead = 64 * 1024;
+
+    // The TLS records made so far, sent and let go.
+    bool SendOutput() {
+        char* data = nullptr;
+        const long n = BIO_get_mem_data(out_, &data);
+        const bool sent = SendRaw(reinterpret_cast<const uint8_t*>(data), static_cast<size_t>(std::max(n, 0L)));
+        (void)BIO_reset(out_);
+        return sent;
+    }
+
+    bool SendRaw(const uint8_t* data, size_t size) {
+        size_t at = 0;
+        while (at < size) {
+            const ssize_t sent = send(fd_, data + at, size - at, MSG_NOSIGNAL);
+            if (sent < 0 && errno == EINTR) continue;
+            if (sent <= 0) return false;
+            at += static_cast<size_t>(sent);
+        }
+        return true;
+    }
+
     int fd_;
+    SslSession ssl_;
+    BIO* in_ = nullptr;  // owned by ssl_
+    BIO* out_ = nullptr;
+    bool tls_ = false;
 };
 
 // ---- Values between the wire and the interpreter ----------------------------------
@@ -464,12 +611,23 @@ private:
         // What isn't a pre-login or a login closes at once, before its length is waited for.
         if (!connection_.ReadMessage(type, payload, 1u << 16, {tds::kPreLogin, tds::kLogin7})) return false;
         if (type == tds::kPreLogin) {
-            if (!tds::ParsePreLogin(payload)) return ProtocolError("a pre-login that doesn't read");
+            const std::optional<tds::PreLogin> hello = tds::ParsePreLogin(payload);
+            if (!hello) return ProtocolError("a pre-login that doesn't read");
+            const tds::EncryptionAgreement agreed = tds::AgreeEncryption(hello->encryption, config_.tls != nullptr);
             tds::PreLogin answer;
             answer.version = kProgramVersion;
-            answer.encryption = tds::kEncryptNotSupported;
+            answer.encryption = agreed.answer;
             if (!Send(tds::kReply, tds::BuildPreLogin(answer))) return false;
+            if (agreed.secrecy == tds::Secrecy::Refused) return ProtocolError("it won't encrypt, and this server requires it");
+            std::string why;
+            if (agreed.secrecy != tds::Secrecy::None && !connection_.StartTls(*config_.tls, why)) return ProtocolError(why);
             if (!connection_.ReadMessage(type, payload, 1u << 16, {tds::kLogin7})) return false;
+            if (agreed.secrecy == tds::Secrecy::LoginOnly && !connection_.StopTls()) {
+                return ProtocolError("it sent more than its login under login-only encryption");
+            }
+        } else if (config_.tls) {
+            OPENSSL_cleanse(payload.data(), payload.size());
+            return ProtocolError("its login came in clear without a pre-login, and this server requires encryption");
         }
         if (type != tds::kLogin7) return ProtocolError("no login");
         control_.loginRead = true;

@@ -14,6 +14,8 @@
 
 namespace vrn::server {
 
+class TlsContext;
+
 struct ServerConfig {
     const host::Library* library = nullptr;
     const UsersStore* users = nullptr;
@@ -24,6 +26,7 @@ struct ServerConfig {
     std::string serverNameUtf8 = "VRN";
     size_t maxRequestBytes = 64u << 20;  // one request, all its packets
     uint32_t maxConnections = 1000;       // what a refused login is told
+    const TlsContext* tls = nullptr;     // none: the server can't encrypt
 };
 
 // What the accept loop and a connection's thread share: the loop closes a

@@ -127,6 +127,18 @@ Bytes BuildPreLogin(const PreLogin& p) {
     return std::move(w.bytes());
 }
 
+EncryptionAgreement AgreeEncryption(uint8_t clientAsks, bool serverHasCertificate) {
+    // Without a certificate the server can't encrypt: a client that insists ends it.
+    if (!serverHasCertificate) return {kEncryptNotSupported, Secrecy::None};
+    switch (clientAsks) {
+    case kEncryptOff: return {kEncryptOff, Secrecy::LoginOnly};
+    case kEncryptOn:
+    case kEncryptRequired: return {kEncryptOn, Secrecy::Whole};
+    // Not supported, or a client certificate (the high bit), which this server can't check.
+    default: return {kEncryptRequired, Secrecy::Refused};
+    }
+}
+
 // ---- Login -------------------------------------------------------------------
 
 namespace {

@@ -92,6 +92,17 @@ struct PreLogin {
 std::optional<PreLogin> ParsePreLogin(const Bytes& payload);
 Bytes BuildPreLogin(const PreLogin& p);
 
+// What a server answers a client's encryption option, and what then travels
+// encrypted: nothing, the login alone, or everything. Refused: the client
+// won't encrypt and the server has a certificate; the answer says encryption
+// is required and the connection closes.
+enum class Secrecy { None, LoginOnly, Whole, Refused };
+struct EncryptionAgreement {
+    uint8_t answer = kEncryptNotSupported;
+    Secrecy secrecy = Secrecy::None;
+};
+EncryptionAgreement AgreeEncryption(uint8_t clientAsks, bool serverHasCertificate);
+
 // ---- Login -------------------------------------------------------------------
 
 struct Login7 {

@@ -1,12 +1,14 @@
 #!/usr/bin/env bash
-# Real SQL client drivers against vrn-server:  tests/clients/run.sh BUILD_DIR
+# Real SQL client drivers against vrn-server:  tests/clients/run.sh BUILD_DIR [tls]
 # Starts a server of its own on a free port of 127.0.0.1, in a temporary folder
 # with one user and a task store, takes the expected answers from vrn-exec, then
 # runs tsql, pyodbc (FreeTDS ODBC), tedious and jTDS one after another.
+# tls: the server has a certificate made here, and every client encrypts.
 # Exit status 1 when any client failed, 77 when a client isn't installed
 # (scripts/setup.sh clients installs them), but in CI, where that fails too.
 set -euo pipefail
 build=$(cd "$1" && pwd)
+mode=${2:-plain}
 here=$(cd "$(dirname "$0")" && pwd)
 missing() { echo "not installed: $1 (scripts/setup.sh clients)"; [ -n "${CI:-}" ] && exit 1; exit 77; }
 for need in /usr/bin/tsql /usr/lib/x86_64-linux-gnu/odbc/libtdsodbc.so /usr/share/java/jtds.jar \
@@ -15,6 +17,7 @@ for need in /usr/bin/tsql /usr/lib/x86_64-linux-gnu/odbc/libtdsodbc.so /usr/shar
 done
 /usr/bin/python3 -c 'import pyodbc' 2>/dev/null || missing python3-pyodbc
 command -v javac >/dev/null && command -v node >/dev/null || missing "javac or node"
+[ "$mode" = plain ] || command -v openssl >/dev/null || missing openssl
 work=$(mktemp -d)
 server=
 stop_server() {
@@ -31,9 +34,19 @@ mkdir "$work/server"
 printf '%s\n' "$VRN_PASSWORD" | "$build/host/vrn-server" --hash-password | sed "s/^/$VRN_USER:/" > "$work/users"
 /usr/bin/python3 "$here/expect.py" "$build/host/vrn-exec" "$work/reference-tasks" "$here/scenarios.json" "$VRN_EXPECTED"
 
+tls=()
+if [ "$mode" = tls ]; then
+  openssl req -x509 -newkey rsa:2048 -nodes -subj /CN=127.0.0.1 -days 2 \
+    -keyout "$work/key.pem" -out "$work/cert.pem" 2>/dev/null
+  tls=(--tls-cert "$work/cert.pem" --tls-key "$work/key.pem")
+  export VRN_TLS=1
+  printf '[global]\n\tencryption = require\n' > "$work/freetds.conf"
+  export FREETDSCONF=$work/freetds.conf
+fi
+
 : >"$work/server.log"  # there before the server, so the first look never misses it
 (cd "$work/server" && exec "$build/host/vrn-server" --lib "$build/libvrn.so" --listen 127.0.0.1:0 \
-  --users "$work/users" --task-store "$work/tasks") 2> "$work/server.log" &
+  --users "$work/users" --task-store "$work/tasks" "${tls[@]}") 2> "$work/server.log" &
 server=$!
 VRN_PORT=
 for _ in $(seq 100); do
@@ -66,9 +79,26 @@ EOF
   [ "$failed" -eq 0 ]
 }
 
+# Under TLS: login-only encryption (the client asks it off, the server has a
+# certificate) works; a client that can't encrypt is turned away.
+tsql_encryption() {
+  local failed=0 level want out
+  for level in request off; do
+    printf '[global]\n\tencryption = %s\n' "$level" > "$work/freetds-$level.conf"
+    out=$(printf 'EXEC vrn_PercStrSymb_ReleaseMutex\nPRINT %s\ngo\nexit\n' "'in $level'" | FREETDSCONF=$work/freetds-$level.conf \
+      TDSVER=7.4 timeout 30 tsql -H 127.0.0.1 -p "$VRN_PORT" -U "$VRN_USER" -P "$VRN_PASSWORD" -o q 2>&1) || true
+    want="in $level"; [ "$level" = off ] && want="connection failed"
+    if grep -qF -- "$want" <<< "$out"; then echo "ok   tsql encryption=$level"; else
+      failed=1; echo "FAIL tsql encryption=$level: got"; echo "$out"; fi
+  done
+  grep -q "won't encrypt" "$work/server.log" || { failed=1; echo "FAIL the refusal is not in the log"; }
+  return "$failed"
+}
+
 status=0
 client() { echo "== $1"; shift; "$@" || status=1; }
 client tsql tsql_smoke
+[ "$mode" = tls ] && client "tsql encryption" tsql_encryption
 client pyodbc timeout 300 /usr/bin/python3 "$here/python/scenarios.py"
 client tedious timeout 300 node --test-reporter=tap "$here/node/scenarios.test.js"
 javac -nowarn -d "$work/java" -cp /usr/share/java/jtds.jar "$here/java/Scenarios.java"

@@ -1,5 +1,5 @@
 // The TDS decoder and the type mapping where a client would notice a slip:
-// logins read back with their password, versions agreed, packets joined and
+// logins read back with their password, versions and encryption agreed, packets joined and
 // refused, parameters mapped to the host's codes and outputs fitted to the
 // client's types. Whole answers are the golden scripts' through vrn-server.
 #include <gtest/gtest.h>
@@ -50,6 +50,32 @@ TEST(TdsLogin, AgreesOnTheNewestVersionBothKnow) {
         {kTds73B, kTds73B}, {kTds74, kTds74}, {0x75000000, kTds74}, {0x08000000, 0},
     };
     for (const auto& c : cases) EXPECT_EQ(AgreedVersion(c.asked), c.agreed) << std::hex << c.asked;
+}
+
+TEST(TdsPreLogin, AgreesOnEncryptionAsTheClientAndTheCertificateAllow) {
+    const struct {
+        uint8_t asked;
+        bool certificate;
+        uint8_t answer;
+        Secrecy secrecy;
+    } cases[] = {
+        {kEncryptOff, false, kEncryptNotSupported, Secrecy::None},
+        {kEncryptRequired, false, kEncryptNotSupported, Secrecy::None},  // the client gives up
+        {kEncryptOff, true, kEncryptOff, Secrecy::LoginOnly},
+        {kEncryptOn, true, kEncryptOn, Secrecy::Whole},
+        {kEncryptRequired, true, kEncryptOn, Secrecy::Whole},
+        {kEncryptNotSupported, true, kEncryptRequired, Secrecy::Refused},
+        {0x81, true, kEncryptRequired, Secrecy::Refused},  // with a client certificate
+    };
+    for (const auto& c : cases) {
+        const EncryptionAgreement got = AgreeEncryption(c.asked, c.certificate);
+        EXPECT_EQ(got.answer, c.answer) << int{c.asked} << " " << c.certificate;
+        EXPECT_EQ(got.secrecy, c.secrecy) << int{c.asked} << " " << c.certificate;
+        // The answer reads back as sent.
+        PreLogin answer;
+        answer.encryption = got.answer;
+        EXPECT_EQ(ParsePreLogin(BuildPreLogin(answer))->encryption, c.answer);
+    }
 }
 
 TEST(TdsPackets, JoinsMessagesAndRefusesWhatLies) {

@@ -3,7 +3,8 @@
 // pre-login (ssl=off); and in its batch form as a PreparedStatement, prepared
 // (sp_prepare, sp_execute) after a pre-login (ssl=request), and with
 // prepareSQL=0 (the values written into a plain batch). Reads VRN_PORT,
-// VRN_USER, VRN_PASSWORD and VRN_EXPECTED.
+// VRN_USER, VRN_PASSWORD and VRN_EXPECTED. VRN_TLS=1: against a server with a
+// certificate, ssl=require for the call and the unprepared passes.
 import java.nio.file.*;
 import java.sql.*;
 import java.util.*;
@@ -16,7 +17,9 @@ public class Scenarios {
     public static void main(String[] args) throws Exception {
         List<Object> table = (List<Object>) new Json(Files.readString(Path.of(env.get("VRN_EXPECTED")))).value();
         Class.forName("net.sourceforge.jtds.jdbc.Driver");
-        String[][] passes = {{"call", ";ssl=off"}, {"batch", ";ssl=request"}, {"batch", ";ssl=off;prepareSQL=0"}};
+        String[][] passes = "1".equals(env.get("VRN_TLS"))
+                ? new String[][] {{"call", ";ssl=require"}, {"batch", ";ssl=request"}, {"batch", ";ssl=require;prepareSQL=0"}}
+                : new String[][] {{"call", ";ssl=off"}, {"batch", ";ssl=request"}, {"batch", ";ssl=off;prepareSQL=0"}};
         for (String[] pass : passes) {
             String label = "jtds_" + pass[0] + pass[1].replaceAll("\\W", "_");
             // jTDS sends every string as varchar, or every one as nvarchar: a connection of each kind.

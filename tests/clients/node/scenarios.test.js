@@ -1,7 +1,8 @@
 // tedious against vrn-server: every scenario as an RPC by name with typed and
 // OUTPUT parameters (TDS 7.4 and 7.1) and in its batch form through
 // sp_executesql; then a PLP text and a cancelled WAITFOR. Reads VRN_PORT,
-// VRN_USER, VRN_PASSWORD, VRN_EXPECTED and VRN_WORK (the server's folder).
+// VRN_USER, VRN_PASSWORD, VRN_EXPECTED and VRN_WORK (the server's folder);
+// VRN_TLS=1: every connection encrypted.
 'use strict';
 const { test } = require('node:test');
 const assert = require('node:assert/strict');
@@ -20,7 +21,7 @@ function connect(tdsVersion, password = env.VRN_PASSWORD) {
       server: '127.0.0.1',
       authentication: { type: 'default', options: { userName: env.VRN_USER, password } },
       options: {
-        port: Number(env.VRN_PORT), database: 'master', encrypt: false, trustServerCertificate: true,
+        port: Number(env.VRN_PORT), database: 'master', encrypt: env.VRN_TLS === '1', trustServerCertificate: true,
         tdsVersion, connectTimeout: 10000, requestTimeout: 20000,
       },
     });

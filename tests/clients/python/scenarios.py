@@ -2,13 +2,15 @@
 """pyodbc through FreeTDS's ODBC driver: every scenario in its batch form (the
 driver sends it as sp_prepexec or sp_executesql) at TDS 7.4 and 7.2, those
 without OUTPUT parameters also as {CALL ...} (an RPC by name), and a
-transaction. Reads VRN_PORT, VRN_USER, VRN_PASSWORD and VRN_EXPECTED."""
+transaction. Reads VRN_PORT, VRN_USER, VRN_PASSWORD and VRN_EXPECTED; VRN_TLS=1:
+every connection encrypted."""
 import json, os, re
 import pyodbc
 
 env = os.environ
 table = json.load(open(env["VRN_EXPECTED"], encoding="utf-8"))
 tally = {"passed": 0, "failed": 0}
+ENCRYPTION = "require" if env.get("VRN_TLS") == "1" else "off"
 SQL_TYPES = {"varchar": pyodbc.SQL_VARCHAR, "nvarchar": pyodbc.SQL_WVARCHAR, "int": pyodbc.SQL_INTEGER,
              "smallint": pyodbc.SQL_SMALLINT, "float": pyodbc.SQL_DOUBLE, "real": pyodbc.SQL_REAL,
              "varbinary": pyodbc.SQL_VARBINARY}
@@ -18,7 +20,7 @@ def connect(version, password=None):
     cnxn = pyodbc.connect(
         "DRIVER=/usr/lib/x86_64-linux-gnu/odbc/libtdsodbc.so;SERVER=127.0.0.1;"
         f"PORT={env['VRN_PORT']};DATABASE=master;UID={env['VRN_USER']};"
-        f"PWD={{{password or env['VRN_PASSWORD']}}};TDS_Version={version};Encryption=off;ClientCharset=UTF-8",
+        f"PWD={{{password or env['VRN_PASSWORD']}}};TDS_Version={version};Encryption={ENCRYPTION};ClientCharset=UTF-8",
         autocommit=True, timeout=10)
     cnxn.timeout = 20
     return cnxn
