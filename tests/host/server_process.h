@@ -34,6 +34,16 @@ namespace vrn::tds::testing_server {
 
 using namespace std::chrono_literals;
 
+// Whether done() comes true within limit, looked at every 20 ms.
+template <typename Done>
+bool Await(Done done, std::chrono::milliseconds limit) {
+    for (const auto end = std::chrono::steady_clock::now() + limit; std::chrono::steady_clock::now() < end;) {
+        if (done()) return true;
+        std::this_thread::sleep_for(20ms);
+    }
+    return done();
+}
+
 inline std::string ReadText(const std::string& path) {
     std::ifstream in(path);
     return std::string(std::istreambuf_iterator<char>(in), {});
@@ -84,18 +94,15 @@ public:
             execv(argv[0], argv.data());
             _exit(127);
         }
-        for (int i = 0; i < 200 && port_.empty(); ++i) {
-            std::this_thread::sleep_for(50ms);
+        (void)Await([&] {
             const std::string text = Log();
             const size_t at = text.find("listening on 127.0.0.1:");
             if (at != std::string::npos) port_ = text.substr(at + 23, text.find('\n', at) - at - 23);
-        }
+            return !port_.empty();
+        }, 10s);
     }
     ~ServerProcess() {
-        if (pid_ > 0 && !stopped_) {
-            kill(pid_, SIGKILL);
-            waitpid(pid_, nullptr, 0);
-        }
+        if (pid_ > 0 && !stopped_) (void)Stop(SIGTERM, 10s);
     }
     ServerProcess(const ServerProcess&) = delete;
     ServerProcess& operator=(const ServerProcess&) = delete;
@@ -110,11 +117,7 @@ public:
 
     // Waits until the log has `text`, up to `limit`.
     bool AwaitLog(const std::string& text, std::chrono::milliseconds limit = 10s) const {
-        for (const auto end = std::chrono::steady_clock::now() + limit; std::chrono::steady_clock::now() < end;) {
-            if (Log().find(text) != std::string::npos) return true;
-            std::this_thread::sleep_for(20ms);
-        }
-        return Log().find(text) != std::string::npos;
+        return Await([&] { return Log().find(text) != std::string::npos; }, limit);
     }
 
     // Sends signal and waits up to limit: the exit code, or -1 (killed then).
@@ -125,28 +128,19 @@ public:
     }
     int Wait(std::chrono::milliseconds limit) {
         int status = 0;
-        for (const auto end = std::chrono::steady_clock::now() + limit;;) {
-            if (waitpid(pid_, &status, WNOHANG) == pid_) break;
-            if (std::chrono::steady_clock::now() >= end) {
-                kill(pid_, SIGKILL);
-                waitpid(pid_, &status, 0);
-                stopped_ = true;
-                return -1;
-            }
-            std::this_thread::sleep_for(20ms);
+        if (!Await([&] { return waitpid(pid_, &status, WNOHANG) == pid_; }, limit)) {
+            kill(pid_, SIGKILL);
+            waitpid(pid_, &status, 0);
+            status = -1;
         }
         stopped_ = true;
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        return status != -1 && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
 
     // The server's threads: the accept loop's alone when no one is connected.
     [[nodiscard]] long Threads() const { return ProcStatus(pid_, "Threads"); }
     bool AwaitThreads(long count, std::chrono::milliseconds limit = 10s) const {
-        for (const auto end = std::chrono::steady_clock::now() + limit; std::chrono::steady_clock::now() < end;) {
-            if (Threads() == count) return true;
-            std::this_thread::sleep_for(20ms);
-        }
-        return Threads() == count;
+        return Await([&] { return Threads() == count; }, limit);
     }
 
 private:

@@ -3,64 +3,27 @@
 // its connection, and a stranger's bytes that close only the stranger.
 #include <gtest/gtest.h>
 
-#include <arpa/inet.h>
-#include <fcntl.h>
-#include <netinet/in.h>
-#include <signal.h>
-#include <sys/socket.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <chrono>
-#include <cstdlib>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <thread>
 
 #include "host/tds/client.h"
 #include "host/tds/protocol.h"
+#include "tests/host/server_process.h"
 
 namespace vrn::tds {
 namespace {
 
 class ServerTest : public testing::Test {
 protected:
-    static void SetUpTestSuite() {
-        const char *server = std::getenv("VRN_SERVER"), *library = std::getenv("VRN_LIB");
-        if (!server || !*server || !library) return;
-        folder_ = testing::TempDir() + "vrn_server_test";
-        std::system(("rm -rf '" + folder_ + "' && mkdir -p '" + folder_ + "'").c_str());
-        const std::string users = folder_ + "/users", log = folder_ + "/log";
-        std::system(("printf 'golden:' >'" + users + "' && printf golden | '" + server + "' --hash-password >>'" + users + "'").c_str());
-        pid_ = fork();
-        if (pid_ == 0) {
-            const int err = open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-            dup2(err, 2);
-            execl(server, server, "--lib", library, "--listen", "127.0.0.1:0", "--users", users.c_str(), "--task-store",
-                  (folder_ + "/tasks").c_str(), static_cast<char*>(nullptr));
-            _exit(127);
-        }
-        for (int i = 0; i < 100 && port_.empty(); ++i) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(50));
-            std::ifstream in(log);
-            const std::string text(std::istreambuf_iterator<char>(in), {});
-            const size_t at = text.find("listening on 127.0.0.1:");
-            if (at != std::string::npos) port_ = text.substr(at + 23, text.find('\n', at) - at - 23);
-        }
-    }
-
+    static void SetUpTestSuite() { server_ = new testing_server::ServerProcess("server_test"); }
     static void TearDownTestSuite() {
-        if (pid_ > 0) {
-            kill(pid_, SIGTERM);
-            int status = 0;
-            waitpid(pid_, &status, 0);
-        }
+        delete server_;
+        server_ = nullptr;
     }
-
     void SetUp() override {
-        if (port_.empty()) GTEST_SKIP() << "VRN_SERVER and VRN_LIB name vrn-server and the library";
+        if (!server_->started()) GTEST_SKIP() << "VRN_SERVER and VRN_LIB name vrn-server and the library";
+        port_ = server_->port();
     }
 
     static std::unique_ptr<exec::Procedures> Connect(const std::string& password = "golden") {
@@ -83,8 +46,8 @@ protected:
         return v;
     }
 
-    static inline std::string folder_, port_;
-    static inline pid_t pid_ = -1;
+    static inline testing_server::ServerProcess* server_ = nullptr;
+    static inline std::string port_;
 };
 
 TEST_F(ServerTest, LoginsAndQualifiedNames) {
@@ -139,20 +102,11 @@ TEST_F(ServerTest, AStrangersBytesCloseOnlyItsConnection) {
     const auto p = Connect();
     for (const std::string& garbage : {std::string("GET / HTTP/1.1\r\n\r\n"), std::string("\x12\x01\xFF\xFF", 4) + std::string(64, 'x'),
                                       std::string("\x10\x01\x00\x09\x00\x00\x01\x00\x00", 9)}) {
-        const int fd = socket(AF_INET, SOCK_STREAM, 0);
-        sockaddr_in a{};
-        a.sin_family = AF_INET;
-        a.sin_port = htons(static_cast<uint16_t>(std::stoi(port_)));
-        inet_pton(AF_INET, "127.0.0.1", &a.sin_addr);
-        ASSERT_EQ(connect(fd, reinterpret_cast<sockaddr*>(&a), sizeof a), 0);
-        (void)send(fd, garbage.data(), garbage.size(), MSG_NOSIGNAL);
-        timeval wait{5, 0};
-        setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof wait);
-        char byte;
+        testing_server::RawClient raw(port_);
+        ASSERT_TRUE(raw.connected());
+        raw.Send(garbage);
         // Closed: an end of stream, or a reset when the server left bytes unread.
-        const ssize_t got = recv(fd, &byte, 1, 0);
-        EXPECT_TRUE(got == 0 || (got < 0 && errno == ECONNRESET)) << "the server kept a connection that sent " << garbage.substr(0, 4);
-        close(fd);
+        EXPECT_TRUE(raw.Closed(std::chrono::seconds(5))) << "the server kept a connection that sent " << garbage.substr(0, 4);
     }
     EXPECT_EQ(IntOutput(Call(*p, "vrn_CountBitsOn", {host::VarBinary({3}), host::Output(host::Int(0))}), 2), 2);
 }
