@@ -1,5 +1,6 @@
 #include "host/tds/requests.h"
 
+#include <algorithm>
 #include <map>
 
 #include "host/exec/text.h"
@@ -93,7 +94,15 @@ std::u16string Utf16OfCp1252(const std::string& bytes) {
     return out;
 }
 
+namespace {
+bool IsAscii(char16_t c) { return c < 0x80; }
+}  // namespace
+
+// Names are ASCII nearly always: they skip the general conversion.
 std::u16string Utf16OfUtf8(const std::string& utf8) {
+    if (std::all_of(utf8.begin(), utf8.end(), [](char c) { return IsAscii(static_cast<unsigned char>(c)); })) {
+        return std::u16string(utf8.begin(), utf8.end());
+    }
     const std::optional<std::u32string> text = exec::DecodeUtf8(utf8);
     const Bytes utf16 = exec::EncodeUtf16(text ? *text : U"?");
     std::u16string out(utf16.size() / 2, u'\0');
@@ -102,6 +111,7 @@ std::u16string Utf16OfUtf8(const std::string& utf8) {
 }
 
 std::string Utf8OfUtf16(const std::u16string& text) {
+    if (std::all_of(text.begin(), text.end(), IsAscii)) return std::string(text.begin(), text.end());
     Bytes bytes;
     bytes.reserve(text.size() * 2);
     for (char16_t c : text) {
