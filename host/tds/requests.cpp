@@ -1,7 +1,6 @@
 #include "host/tds/requests.h"
 
 #include <algorithm>
-#include <map>
 
 #include "host/exec/text.h"
 
@@ -185,10 +184,19 @@ void WriteHostRow(TokenWriter& w, const std::vector<host::Column>& described, co
 //   an OUTPUT parameter never delivered RETURNVALUE of the value the client sent
 //   the end of the call                 DONEPROC (the caller's)
 void WriteCallAnswer(TokenWriter& w, const host::CallResult& result, const CallContext& context) {
-    std::map<int, size_t> lastDelivery;
-    for (size_t i = 0; i < result.outputs.size(); ++i) lastDelivery[result.outputs[i].param] = i;
-    std::map<int, const OutputSlot*> slots;
-    for (const OutputSlot& slot : context.outputs) slots[slot.ordinal] = &slot;
+    // A call has a few outputs at most: plain scans, no maps.
+    auto slotOf = [&](int param) -> const OutputSlot* {
+        for (const OutputSlot& slot : context.outputs) {
+            if (slot.ordinal == param) return &slot;
+        }
+        return nullptr;
+    };
+    auto lastDelivery = [&](int param) -> std::optional<size_t> {
+        for (size_t i = result.outputs.size(); i-- > 0;) {
+            if (result.outputs[i].param == param) return i;
+        }
+        return std::nullopt;
+    };
 
     size_t message = 0, output = 0, done = 0, set = 0, row = 0;
     bool described = false, announced = false;
@@ -226,9 +234,9 @@ void WriteCallAnswer(TokenWriter& w, const host::CallResult& result, const CallC
         case host::EventKind::Output: {
             const size_t index = output++;
             const host::OutputValue& o = result.outputs[index];
-            const auto slot = slots.find(o.param);
-            if (slot == slots.end() || lastDelivery[o.param] != index) break;
-            WriteReturnValue(w, *slot->second, FromHost(slot->second->type, o.isNull ? Value{} : Value{o.value}));
+            const OutputSlot* slot = slotOf(o.param);
+            if (!slot || lastDelivery(o.param) != index) break;
+            WriteReturnValue(w, *slot, FromHost(slot->type, o.isNull ? Value{} : Value{o.value}));
             break;
         }
         case host::EventKind::Describe:
@@ -253,7 +261,7 @@ void WriteCallAnswer(TokenWriter& w, const host::CallResult& result, const CallC
     closeSet();
     w.ReturnStatus(result.returnCode);
     for (const OutputSlot& slot : context.outputs) {
-        if (!lastDelivery.count(slot.ordinal)) WriteReturnValue(w, slot, slot.sent);
+        if (!lastDelivery(slot.ordinal)) WriteReturnValue(w, slot, slot.sent);
     }
 }
 
