@@ -6,7 +6,7 @@
 #include <cstdint>
 
 #include "formula/record.h"
-#include "percstr/scanner.h"
+#include "percstr/engine/scanner.h"
 
 namespace vrn {
 

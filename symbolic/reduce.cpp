@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "percstr/evaluate.h"
-#include "percstr/parser.h"
+#include "percstr/engine/parser.h"
 #include "symbolic/scanner.h"
 #include "symbolic/symbols.h"
 

@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-#include "percstr/scanner.h"
+#include "percstr/engine/scanner.h"
 #include "symbolic/symbols.h"
 
 namespace vrn {

@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "percstr/parser.h"
+#include "percstr/engine/parser.h"
 #include "symbolic/scanner.h"
 #include "symbolic/symbols.h"
 

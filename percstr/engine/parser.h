@@ -29,9 +29,9 @@
 #include <utility>
 #include <vector>
 
-#include "percstr/build_once.h"
-#include "percstr/lalr.h"
-#include "percstr/scanner.h"
+#include "percstr/engine/build_once.h"
+#include "percstr/engine/lalr.h"
+#include "percstr/engine/scanner.h"
 
 namespace vrn {
 
