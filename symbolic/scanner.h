@@ -54,9 +54,22 @@ inline constexpr ScanRow<PercStrSymbScanAction> kPercStrSymbScanRows[] = {
     {".", PercStrSymbScanAction::Byte},
 };
 
-extern ScannerEngine PercStrSymbScanner;
-// The text of the last VALUE token.
-extern PercStrSymbText PercStrSymbTokenValue;
+// What the name of an UNSET token is.
+enum class PercStrSymbUnsetName : int32_t { kNone, kUnsetVariable, kNoVariable };
+
+// Scanner 2's instance of the engine, with what its actions leave beside the
+// engine's own variables.
+class PercStrSymbScanning : public ScannerEngine {
+public:
+    using ScannerEngine::ScannerEngine;
+
+    PercStrSymbText tokenValue{};  // the text of the last VALUE token
+    // The name of the last UNSET token. No production takes UNSET, so a parse
+    // stops at the first; whoever parses clears it again after a failure.
+    PercStrSymbUnsetName unset = PercStrSymbUnsetName::kNone;
+};
+
+extern PercStrSymbScanning PercStrSymbScanner;
 
 // The token value: prefix and text, cut to 21 characters.
 void PercStrSymbSetTokenValue(const char* prefix, const char* text);

@@ -1,5 +1,5 @@
 // The parser driver shared by the three grammars: an LR machine over tables
-// that percstr/lalr.h builds once per grammar, with its stacks of states,
+// that percstr/engine/lalr.h builds once per grammar, with its stacks of states,
 // values and locations (one array of entries) 200 deep in its own frame,
 // growing by doubling, in one block, up to 10000. No error recovery: the first
 // syntax error ends the parse.
