@@ -78,24 +78,18 @@ void PercStrSymbSetTokenValue(const char* prefix, const char* text);
 
 // The next token of PercStrSymbScanner's current buffer, 0 at the end.
 [[nodiscard]] inline int PercStrSymbNextToken() {
-    constexpr int kSkip = -1000;  // no token: go on with the next match
-    for (;;) {
-        const int rule = PercStrSymbScanner.NextMatch();
-        if (rule == kEndOfInput) return 0;
+    return NextToken<kPercStrSymbScanRows>(PercStrSymbScanner, nullptr, [](const auto& row) -> int32_t {
         const char* text = PercStrSymbScanner.TokenText();
-        const int token = ForRow<kPercStrSymbScanRows>(rule, kSkip, [&](const auto& row) -> int {
-            switch (row.action) {
-                case PercStrSymbScanAction::Number: PercStrSymbSetTokenValue("", text); return row.token;
-                case PercStrSymbScanAction::PointNumber: PercStrSymbSetTokenValue("0", text); return row.token;
-                case PercStrSymbScanAction::Token: return row.token;
-                case PercStrSymbScanAction::Name: return PercStrSymbNameToken(text);
-                case PercStrSymbScanAction::Skip: return kSkip;
-                case PercStrSymbScanAction::Byte: return static_cast<signed char>(text[0]);
-            }
-            return kSkip;
-        });
-        if (token != kSkip) return token;
-    }
+        switch (row.action) {
+            case PercStrSymbScanAction::Number: PercStrSymbSetTokenValue("", text); return row.token;
+            case PercStrSymbScanAction::PointNumber: PercStrSymbSetTokenValue("0", text); return row.token;
+            case PercStrSymbScanAction::Token: return row.token;
+            case PercStrSymbScanAction::Name: return PercStrSymbNameToken(text);
+            case PercStrSymbScanAction::Skip: return kNoToken;
+            case PercStrSymbScanAction::Byte: return static_cast<signed char>(text[0]);
+        }
+        return kNoToken;
+    });
 }
 
 // Records the byte offset and length of the last match in PercStrSymbErrorPos
