@@ -25,7 +25,8 @@ void PercStrSymbSetTokenValue(const char* prefix, const char* text) {
 int PercStrSymbNameToken(const char* name) {
     const PercStrSymbVar* var = PercStrSymbLookUpVar(name);
     if (var == nullptr || var->isSet == 0) {
-        PercStrSymbScanner.unset = var == nullptr ? PercStrSymbUnsetName::kNoVariable : PercStrSymbUnsetName::kUnsetVariable;
+        PercStrSymbScanner.unset =
+            var == nullptr ? PercStrSymbUnsetName::kNoVariable : PercStrSymbUnsetName::kUnsetVariable;
         return kSymbUnset;
     }
     PercStrSymbScanner.tokenValue = var->value;
