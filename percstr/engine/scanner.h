@@ -1,8 +1,9 @@
 // The scanner engine shared by the three text scanners: input buffers over
 // memory, the longest-match automaton, the held character behind the token
-// text and the end-of-input rules. A scanner is one ScannerEngine object with
-// its automaton, built once from its table of rows (pattern, action, token),
-// and a token function that does the action of the row NextMatch() gives.
+// text, the end-of-input rules and the token loop. A scanner is one
+// ScannerEngine object with its automaton, built once from its table of rows
+// (pattern, action, token), and a token function: NextToken over its rows,
+// with what each of its actions does.
 #pragma once
 
 #include <cstddef>
