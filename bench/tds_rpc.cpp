@@ -1,17 +1,20 @@
 // Round trips per second of one vrn_PercStrEval RPC through vrn-server, with
-// FreeTDS's ODBC driver (C's client interface) on 1 and more connections at
-// once for a fixed time; beside it, the same call in this process through the
+// FreeTDS's DB-Library (its lightest C client) on 1 and more connections at
+// once (a process each) for a fixed time; beside it, the same call in this process through the
 // host, the yardstick of what the network and the protocol add. Run by
-// bench/tds-bench.sh:
-//   tds_rpc PORT USER SECONDS LIBRARY CONNECTIONS...   (password in $VRN_PASSWORD)
-#include <sql.h>
-#include <sqlext.h>
+// bench/tds-bench.sh, which runs pgbench beside it:
+//   tds_rpc PORT USER SECONDS LIBRARY|- CONNECTIONS...   (password in $VRN_PASSWORD)
+// A LIBRARY of - leaves the yardstick out.
+#include <sybfront.h>
+#include <sybdb.h>
 
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <string>
-#include <thread>
+#include <sys/wait.h>
+#include <unistd.h>
 #include <vector>
 
 #include "host/host.h"
@@ -19,65 +22,119 @@
 namespace {
 
 constexpr double kExpected = 0.8721;  // 10+5-2 as chained discounts: 0.9 * 0.95 * 1.02
-constexpr const char* kDriver = "/usr/lib/x86_64-linux-gnu/odbc/libtdsodbc.so";
 using Clock = std::chrono::steady_clock;
 
-bool Ok(SQLRETURN r) { return r == SQL_SUCCESS || r == SQL_SUCCESS_WITH_INFO; }
+int OnError(DBPROCESS*, int, int, int, char* text, char* osText) {
+    std::fprintf(stderr, "tds_rpc: %s%s%s\n", text, osText ? " " : "", osText ? osText : "");
+    return INT_CANCEL;
+}
 
-// One connection's calls until the deadline; -1 at a wrong answer or a failure.
-long Calls(const std::string& connect, Clock::time_point deadline) {
-    SQLHENV env = nullptr;
-    SQLHDBC dbc = nullptr;
-    SQLHSTMT stmt = nullptr;
-    long calls = -1;
-    SQLAllocHandle(SQL_HANDLE_ENV, SQL_NULL_HANDLE, &env);
-    SQLSetEnvAttr(env, SQL_ATTR_ODBC_VERSION, reinterpret_cast<SQLPOINTER>(SQL_OV_ODBC3), 0);
-    SQLAllocHandle(SQL_HANDLE_DBC, env, &dbc);
-    char text[] = "10+5-2";
-    SQLLEN textLength = 6, resultLength = 0, modeLength = 0, statusLength = 0;
+int OnMessage(DBPROCESS*, DBINT number, int, int severity, char* text, char*, char*, int) {
+    if (severity > 10) std::fprintf(stderr, "tds_rpc: %d %s\n", static_cast<int>(number), text);
+    return 0;
+}
+
+// One round trip: the RPC, its answer read to the end. False at a failure or a wrong answer.
+bool Call(DBPROCESS* db) {
+    static char text[] = "10+5-2";
     double result = 0;
-    SQLINTEGER mode = 1, status = -1;
-    if (Ok(SQLDriverConnect(dbc, nullptr, reinterpret_cast<SQLCHAR*>(const_cast<char*>(connect.c_str())), SQL_NTS,
-                            nullptr, 0, nullptr, SQL_DRIVER_NOPROMPT)) &&
-        Ok(SQLAllocHandle(SQL_HANDLE_STMT, dbc, &stmt)) &&
-        Ok(SQLPrepare(stmt, reinterpret_cast<SQLCHAR*>(const_cast<char*>("{? = CALL vrn_PercStrEval(?, ?, ?)}")), SQL_NTS)) &&
-        Ok(SQLBindParameter(stmt, 1, SQL_PARAM_OUTPUT, SQL_C_SLONG, SQL_INTEGER, 0, 0, &status, 0, &statusLength)) &&
-        Ok(SQLBindParameter(stmt, 2, SQL_PARAM_INPUT, SQL_C_CHAR, SQL_VARCHAR, 20, 0, text, sizeof text, &textLength)) &&
-        Ok(SQLBindParameter(stmt, 3, SQL_PARAM_OUTPUT, SQL_C_DOUBLE, SQL_FLOAT, 15, 0, &result, 0, &resultLength)) &&
-        Ok(SQLBindParameter(stmt, 4, SQL_PARAM_INPUT, SQL_C_SLONG, SQL_INTEGER, 0, 0, &mode, 0, &modeLength))) {
-        calls = 0;
-        while (Clock::now() < deadline) {
-            result = 0;
-            status = -1;
-            const SQLRETURN executed = SQLExecute(stmt);  // no row set: SQL_NO_DATA
-            if (!Ok(executed) && executed != SQL_NO_DATA) {
-                calls = -1;
-                break;
-            }
-            while (Ok(SQLMoreResults(stmt))) {
-            }
-            if (result != kExpected || status != 0) {
-                std::fprintf(stderr, "tds_rpc: a wrong answer (%.17g, status %d)\n", result, static_cast<int>(status));
-                calls = -1;
-                break;
-            }
-            ++calls;
+    DBINT mode = 1;
+    if (dbrpcinit(db, const_cast<char*>("vrn_PercStrEval"), 0) != SUCCEED ||
+        dbrpcparam(db, nullptr, 0, SYBCHAR, -1, 6, reinterpret_cast<BYTE*>(text)) != SUCCEED ||
+        dbrpcparam(db, nullptr, DBRPCRETURN, SYBFLT8, -1, -1, reinterpret_cast<BYTE*>(&result)) != SUCCEED ||
+        dbrpcparam(db, nullptr, 0, SYBINT4, -1, -1, reinterpret_cast<BYTE*>(&mode)) != SUCCEED ||
+        dbrpcsend(db) != SUCCEED || dbsqlok(db) != SUCCEED) {
+        return false;
+    }
+    RETCODE r;
+    while ((r = dbresults(db)) == SUCCEED) {
+        while (dbnextrow(db) != NO_MORE_ROWS) {
         }
     }
-    if (calls < 0) {
-        SQLCHAR state[6] = {}, message[512] = {};
-        SQLINTEGER native = 0;
-        SQLSMALLINT length = 0;
-        if (Ok(SQLGetDiagRec(stmt ? SQL_HANDLE_STMT : SQL_HANDLE_DBC, stmt ? stmt : dbc, 1, state, &native, message,
-                             sizeof message, &length))) {
-            std::fprintf(stderr, "tds_rpc: %s %s\n", state, message);
-        }
+    if (r == FAIL || !dbhasretstat(db) || dbretstatus(db) != 0 || dbnumrets(db) != 1 || dbretlen(db, 1) != 8) {
+        return false;
     }
-    if (stmt) SQLFreeHandle(SQL_HANDLE_STMT, stmt);
-    SQLDisconnect(dbc);
-    SQLFreeHandle(SQL_HANDLE_DBC, dbc);
-    SQLFreeHandle(SQL_HANDLE_ENV, env);
-    return calls;
+    std::memcpy(&result, dbretdata(db, 1), sizeof result);
+    if (result != kExpected) {
+        std::fprintf(stderr, "tds_rpc: a wrong answer (%.17g)\n", result);
+        return false;
+    }
+    return true;
+}
+
+// One connection, in a process of its own (DB-Library serialises the threads
+// of one process): logs in, says so on ready, waits for go to close, then
+// calls for the given time. Its count, or -1 at a failure, goes to result.
+[[noreturn]] void Connection(const std::string& server, const char* user, const char* password, double seconds, int ready,
+                             int go, int result) {
+    long calls = -1;
+    if (dbinit() == SUCCEED) {
+        dberrhandle(OnError);
+        dbmsghandle(OnMessage);
+        LOGINREC* login = dblogin();
+        DBPROCESS* db = nullptr;
+        if (login) {
+            DBSETLUSER(login, user);
+            DBSETLPWD(login, password);
+            DBSETLAPP(login, "tds_rpc");
+            DBSETLVERSION(login, DBVERSION_74);
+            db = dbopen(login, server.c_str());
+            dbloginfree(login);
+        }
+        const char byte = db ? 1 : 0;
+        (void)!write(ready, &byte, 1);
+        char ignored;
+        (void)!read(go, &ignored, 1);  // 0 bytes: go has closed
+        if (db) {
+            calls = 0;
+            const auto deadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
+            while (Clock::now() < deadline) {
+                if (!Call(db)) {
+                    calls = -1;
+                    break;
+                }
+                ++calls;
+            }
+            dbclose(db);
+        }
+        dbexit();
+    }
+    (void)!write(result, &calls, sizeof calls);
+    _exit(0);
+}
+
+// Calls per second over n connections at once; a negative value at a failure.
+double Rate(const std::string& server, const char* user, const char* password, double seconds, int n, long& total) {
+    int ready[2], go[2], result[2];
+    if (pipe(ready) || pipe(go) || pipe(result)) return -1;
+    std::vector<pid_t> children;
+    for (int c = 0; c < n; ++c) {
+        const pid_t child = fork();
+        if (child == 0) {
+            close(go[1]);
+            Connection(server, user, password, seconds, ready[1], go[0], result[1]);
+        }
+        if (child > 0) children.push_back(child);
+    }
+    close(ready[1]);
+    close(go[0]);
+    close(result[1]);
+    bool ok = static_cast<int>(children.size()) == n;
+    for (size_t c = 0; c < children.size(); ++c) {
+        char byte = 0;
+        ok = read(ready[0], &byte, 1) == 1 && byte == 1 && ok;
+    }
+    close(go[1]);  // every child starts now
+    total = 0;
+    for (size_t c = 0; c < children.size(); ++c) {
+        long calls = -1;
+        ok = read(result[0], &calls, sizeof calls) == static_cast<ssize_t>(sizeof calls) && calls >= 0 && ok;
+        total += calls;
+    }
+    for (pid_t child : children) waitpid(child, nullptr, 0);
+    close(ready[0]);
+    close(result[0]);
+    return ok ? total / seconds : -1;
 }
 
 // The yardstick: the same call through the host stand-in, in this process.
@@ -98,35 +155,30 @@ double InProcessRate(const std::string& library, double seconds) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc < 6) {
-        std::fprintf(stderr, "usage: tds_rpc PORT USER SECONDS LIBRARY CONNECTIONS...\n");
+    if (argc < 5) {
+        std::fprintf(stderr, "usage: tds_rpc PORT USER SECONDS LIBRARY|- CONNECTIONS...\n");
         return 2;
     }
     const char* password = std::getenv("VRN_PASSWORD");
-    const std::string connect = std::string("DRIVER=") + kDriver + ";SERVER=127.0.0.1;PORT=" + argv[1] + ";UID=" + argv[2] +
-                                ";PWD=" + (password ? password : "") + ";TDS_Version=7.4;ClientCharset=UTF-8";
+    const std::string server = std::string("127.0.0.1:") + argv[1];
     const double seconds = std::atof(argv[3]);
-    const double yardstick = InProcessRate(argv[4], seconds);
-    std::printf("%-26s %10.0f calls/s\n", "in process (yardstick)", yardstick);
+    const bool measureYardstick = std::strcmp(argv[4], "-") != 0;
+    const double yardstick = measureYardstick ? InProcessRate(argv[4], seconds) : 0;
+    if (measureYardstick) std::printf("%-26s %10.0f calls/s\n", "in process (yardstick)", yardstick);
+    std::fflush(stdout);  // not again in each child
     for (int i = 5; i < argc; ++i) {
         const int connections = std::atoi(argv[i]);
-        std::vector<long> counts(static_cast<size_t>(connections));
-        std::vector<std::thread> threads;
-        const auto start = Clock::now();
-        const auto deadline = start + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
-        for (int c = 0; c < connections; ++c) {
-            threads.emplace_back([&, c] { counts[static_cast<size_t>(c)] = Calls(connect, deadline); });
-        }
-        for (std::thread& t : threads) t.join();
-        const double elapsed = std::chrono::duration<double>(Clock::now() - start).count();
         long total = 0;
-        for (long n : counts) {
-            if (n < 0) return 1;
-            total += n;
+        const double rate = Rate(server, argv[2], password ? password : "", seconds, connections, total);
+        if (rate < 0) {
+            std::fprintf(stderr, "tds_rpc: a connection failed\n");
+            return 1;
         }
         const std::string label = std::to_string(connections) + (connections == 1 ? " connection" : " connections");
-        std::printf("%-26s %10.0f calls/s  (%ld calls; the yardstick's %.4f)\n", label.c_str(), total / elapsed, total,
-                    total / elapsed / yardstick);
+        std::printf("%-26s %10.0f calls/s  (%ld calls", label.c_str(), rate, total);
+        if (measureYardstick) std::printf("; the yardstick's %.4f", rate / yardstick);
+        std::printf(")\n");
+        std::fflush(stdout);
     }
     return 0;
 }

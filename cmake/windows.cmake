@@ -53,12 +53,6 @@ function(vrn_windows_targets)
   # (a static archive: no DLL comes with it).
   set(system_libraries shell32 netapi32 ole32 uuid)
   target_link_libraries(vrn PRIVATE ${system_libraries})
-  if(TARGET vrn_utilities)
-    target_link_libraries(vrn_utilities PUBLIC shell32 netapi32)
-  endif()
-  if(TARGET vrn_tasks)
-    target_link_libraries(vrn_tasks PUBLIC ole32 uuid)
-  endif()
 
   if(VRN_TESTS)
     # What the server sees of vrn.dll: procedures by name, srv_* from opends60.dll.

@@ -3,7 +3,7 @@
 #include "formula/formula_scanner.h"
 #include "formula/normal_form.h"
 #include "formula/round.h"
-#include "percstr/parser.h"
+#include "percstr/engine/parser.h"
 
 namespace vrn {
 

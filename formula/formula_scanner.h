@@ -6,7 +6,7 @@
 #include <cstdint>
 
 #include "formula/record.h"
-#include "percstr/scanner.h"
+#include "percstr/engine/scanner.h"
 
 namespace vrn {
 
@@ -50,24 +50,17 @@ extern ScannerEngine PFormulaScanner;
 // leave it alone. location moves over each matched text, skipped blanks
 // included, and stays put at the end. record isn't used.
 [[nodiscard]] inline int32_t PFormulaNextToken(double* value, TokenLocation* location, PFormulaRecord*) {
-    constexpr int32_t kSkip = -1000;  // no token: go on with the next match
-    for (;;) {
-        const int rule = PFormulaScanner.NextMatch();
-        if (rule == kEndOfInput) return 0;
-        StepLocation(location, PFormulaScanner.TokenLength());
-        const int32_t token = ForRow<kPFormulaScanRows>(rule, kSkip, [&](const auto& row) -> int32_t {
-            switch (row.action) {
-                case PFormulaScanAction::Number:
-                    *value = DecimalValue(PFormulaScanner.TokenText(), PFormulaScanner.TokenLength());
-                    return row.token;
-                case PFormulaScanAction::Token: return row.token;
-                case PFormulaScanAction::Skip: return kSkip;
-                case PFormulaScanAction::Byte: return static_cast<int8_t>(PFormulaScanner.TokenText()[0]);
-            }
-            return kSkip;
-        });
-        if (token != kSkip) return token;
-    }
+    return NextToken<kPFormulaScanRows>(PFormulaScanner, location, [&](const auto& row) -> int32_t {
+        switch (row.action) {
+            case PFormulaScanAction::Number:
+                *value = DecimalValue(PFormulaScanner.TokenText(), PFormulaScanner.TokenLength());
+                return row.token;
+            case PFormulaScanAction::Token: return row.token;
+            case PFormulaScanAction::Skip: return kNoToken;
+            case PFormulaScanAction::Byte: return static_cast<int8_t>(PFormulaScanner.TokenText()[0]);
+        }
+        return kNoToken;
+    });
 }
 
 }  // namespace vrn

@@ -62,6 +62,8 @@ inline constexpr int32_t kPFormulaLongInteger = -12;
 
 // The text of an error number; "Unknown" for a number outside the table.
 [[nodiscard]] const char* PFormulaErrorText(int32_t number);
+// The same in English, for hosts that speak it; "error" outside the table.
+[[nodiscard]] const char* PFormulaErrorReason(int32_t number);
 
 // Takes a code apart. Each out-pointer may be null. Returns the error number.
 int32_t PFormulaErrorInfo(PFormulaCode code, uint32_t* position, uint32_t* length, const char** text);

@@ -133,6 +133,13 @@ CallResult Library::Call(const std::string& exportName, std::vector<Param> param
     return Invoke(procedure, std::move(params), options);
 }
 
+std::optional<CallResult> Library::CallIfExported(const std::string& exportName, std::vector<Param> params,
+                                                  const CallOptions& options) const {
+    auto procedure = reinterpret_cast<ProcedureExport>(loader::Find(handle_, exportName.c_str()));
+    if (!procedure) return std::nullopt;
+    return Invoke(procedure, std::move(params), options);
+}
+
 int32_t Library::CallNoArgs(const std::string& exportName) const {
     auto function = reinterpret_cast<NoArgsExport>(loader::Find(handle_, exportName.c_str()));
     if (!function) throw std::runtime_error("the library has no export " + exportName);

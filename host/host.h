@@ -121,6 +121,9 @@ public:
     bool Has(const std::string& exportName) const;
     // Calls a procedure export with one call record; throws std::runtime_error for an unknown export.
     CallResult Call(const std::string& exportName, std::vector<Param> params, const CallOptions& options = {}) const;
+    // The same, or nothing when the library has no such export.
+    std::optional<CallResult> CallIfExported(const std::string& exportName, std::vector<Param> params,
+                                             const CallOptions& options = {}) const;
     // Calls an export that takes no argument (the version exports).
     int32_t CallNoArgs(const std::string& exportName) const;
 

@@ -1,7 +1,7 @@
 #include "percstr/evaluate.h"
 
 #include "percstr/normalize.h"
-#include "percstr/parser.h"
+#include "percstr/engine/parser.h"
 #include "percstr/percstr_scanner.h"
 
 namespace vrn {

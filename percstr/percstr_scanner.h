@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-#include "percstr/scanner.h"
+#include "percstr/engine/scanner.h"
 
 namespace vrn {
 
@@ -31,24 +31,17 @@ extern ScannerEngine PercStrScanner;
 // location moves over each matched text, skipped blanks included; context
 // isn't read.
 [[nodiscard]] inline int32_t PercStrNextToken(double* value, TokenLocation* location, PercStrContext*) {
-    constexpr int32_t kSkip = -1000;  // no token: go on with the next match
-    for (;;) {
-        const int rule = PercStrScanner.NextMatch();
-        if (rule == kEndOfInput) return 0;
-        StepLocation(location, PercStrScanner.TokenLength());
-        const int32_t token = ForRow<kPercStrScanRows>(rule, kSkip, [&](const auto& row) -> int32_t {
-            switch (row.action) {
-                case PercStrScanAction::Number:
-                    *value = DecimalValue(PercStrScanner.TokenText(), PercStrScanner.TokenLength());
-                    return row.token;
-                case PercStrScanAction::Skip: return kSkip;
-                case PercStrScanAction::End: return 0;
-                case PercStrScanAction::Byte: return static_cast<int8_t>(PercStrScanner.TokenText()[0]);
-            }
-            return kSkip;
-        });
-        if (token != kSkip) return token;
-    }
+    return NextToken<kPercStrScanRows>(PercStrScanner, location, [&](const auto& row) -> int32_t {
+        switch (row.action) {
+            case PercStrScanAction::Number:
+                *value = DecimalValue(PercStrScanner.TokenText(), PercStrScanner.TokenLength());
+                return row.token;
+            case PercStrScanAction::Skip: return kNoToken;
+            case PercStrScanAction::End: return 0;
+            case PercStrScanAction::Byte: return static_cast<int8_t>(PercStrScanner.TokenText()[0]);
+        }
+        return kNoToken;
+    });
 }
 
 }  // namespace vrn

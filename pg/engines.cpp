@@ -17,7 +17,10 @@
 
 namespace {
 
-void ClearFault(VrnPgFault* fault) { *fault = VrnPgFault{-1, 0, 0, -1, kVrnPgTokenOther}; }
+// A refusal of the percentage languages is a syntax error, told as the formula's is.
+void ClearFault(VrnPgFault* fault) {
+    *fault = VrnPgFault{vrn::PFormulaErrorReason(vrn::kPFormulaSyntax), 0, 0, -1, kVrnPgTokenOther};
+}
 
 template <typename Work>
 int32_t Guarded(VrnPgFault* fault, Work work) noexcept {
@@ -31,48 +34,6 @@ int32_t Guarded(VrnPgFault* fault, Work work) noexcept {
     }
 }
 
-// ---- Symbolic refusals: what the token at the error is ----------------------
-
-bool IsLetter(char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || c == '_'; }
-bool IsNameByte(char c) { return IsLetter(c) || (c >= '0' && c <= '9'); }
-char Folded(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
-
-bool SameFolded(const char* a, size_t length, const char* b) {
-    for (size_t i = 0; i < length; ++i) {
-        if (b[i] == '\0' || Folded(a[i]) != Folded(b[i])) return false;
-    }
-    return b[length] == '\0';
-}
-
-// The scanner takes a name from the first letter of a run of name bytes to the
-// run's end (digits in front are a number). The error values at the end of
-// the text cover the last byte alone, which may lie inside a name.
-bool IsWholeName(const char* text, size_t textLength, size_t position, size_t length) {
-    if (length == 0 || position + length > textLength || !IsLetter(text[position])) return false;
-    for (size_t i = position; i < position + length; ++i) {
-        if (!IsNameByte(text[i])) return false;
-    }
-    if (position + length < textLength && IsNameByte(text[position + length])) return false;
-    for (size_t i = position; i > 0 && IsNameByte(text[i - 1]); --i) {
-        if (IsLetter(text[i - 1])) return false;
-    }
-    return true;
-}
-
-int32_t TokenKind(const char* text, size_t position, size_t length) {
-    static const char* const kKeywords[] = {"NOT",   "MIN",    "MAX",  "IIF",     "ISEMPTY",
-                                            "EMPTY", "ISZERO", "ZERO", "COALESCE"};
-    const char* name = text + position;
-    if (!IsWholeName(text, strlen(text), position, length)) return kVrnPgTokenOther;
-    for (const char* keyword : kKeywords) {
-        if (SameFolded(name, length, keyword)) return kVrnPgTokenOther;
-    }
-    for (const vrn::PercStrSymbVar& var : vrn::PercStrSymbVars) {
-        if (SameFolded(name, length, var.name)) return var.isSet ? kVrnPgTokenOther : kVrnPgTokenUnsetVariable;
-    }
-    return kVrnPgTokenNoVariable;
-}
-
 // The engine's variables, mode, result and error values are process state:
 // each call starts from and leaves them cleared.
 void ClearSymbolicState() {
@@ -81,9 +42,6 @@ void ClearSymbolicState() {
     vrn::PercStrSymbErrorPos = 0;
     vrn::PercStrSymbErrorLen = 0;
 }
-
-// A text overflow records no position: a mark that survives the reduction tells it apart.
-constexpr uint64_t kNoErrorMark = UINT64_MAX;
 
 int32_t SetVariables(const VrnPgSymbVar* vars, int32_t count, VrnPgFault* fault) {
     for (int32_t i = 0; i < count; ++i) {
@@ -104,19 +62,25 @@ int32_t Reduce(const char* text, int32_t mode, const VrnPgSymbVar* vars, int32_t
     const int32_t set = SetVariables(vars, count, fault);
     if (set != kVrnPgDone) return set;
 
-    vrn::PercStrSymbErrorPos = kNoErrorMark;
     uint32_t capacity = VRN_PG_SYMB_RESULT_SIZE;
-    const int32_t code = vrn::PercStrSymbReduce(text, result, &capacity);
+    vrn::PercStrSymbStop stop = vrn::PercStrSymbStop::kNone;
+    const int32_t code = vrn::PercStrSymbReduce(text, result, &capacity, &stop);
     if (code == vrn::kPercStrSymbReduced) {
         *length = capacity;
         return kVrnPgDone;
     }
     if (code == vrn::kPercStrSymbNoBuffer) return kVrnPgNoMemory;
     if (code != vrn::kPercStrSymbFailed) return kVrnPgFailed;  // 22 bytes always hold the result
-    if (vrn::PercStrSymbErrorPos == kNoErrorMark) return kVrnPgOverflow;
+    switch (stop) {
+        case vrn::PercStrSymbStop::kOverflow: return kVrnPgOverflow;
+        case vrn::PercStrSymbStop::kNoMemory: return kVrnPgNoMemory;
+        case vrn::PercStrSymbStop::kUnsetVariable: fault->token = kVrnPgTokenUnsetVariable; break;
+        case vrn::PercStrSymbStop::kNoVariable: fault->token = kVrnPgTokenNoVariable; break;
+        case vrn::PercStrSymbStop::kSyntax: break;
+        case vrn::PercStrSymbStop::kNone: return kVrnPgFailed;
+    }
     fault->position = static_cast<uint32_t>(vrn::PercStrSymbErrorPos);
     fault->length = static_cast<uint32_t>(vrn::PercStrSymbErrorLen);
-    fault->token = TokenKind(text, fault->position, fault->length);
     return kVrnPgRefused;
 }
 
@@ -124,7 +88,7 @@ int32_t FormulaOutcome(vrn::PFormulaCode code, VrnPgFault* fault) {
     if (code == 0) return kVrnPgDone;
     const int32_t number = vrn::PFormulaErrorInfo(code, &fault->position, &fault->length, nullptr);
     if (number == vrn::kPFormulaScanBuffer) return kVrnPgNoMemory;  // the blocks always end in two NULs
-    fault->number = number;
+    fault->reason = vrn::PFormulaErrorReason(number);
     return kVrnPgRefused;
 }
 

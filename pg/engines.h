@@ -38,7 +38,7 @@ enum {
 #define VRN_PG_FORMULA_MAX 998   /* the engine's 1000 less the two final NULs */
 
 typedef struct VrnPgFault {
-    int32_t number;     /* the formula engine's error number, else -1 */
+    const char *reason; /* what the engine refused, in English: the formula's error, else a syntax error */
     uint32_t position;  /* 0-based byte offset of the offending text */
     uint32_t length;    /* its length in bytes */
     int32_t item;       /* the variable of the variable outcomes */

@@ -51,28 +51,9 @@ typedef struct Refusal {
     int offset;            /* bytes in front of the character of kNotInCodePage */
     int actual;            /* characters, and the limit, of kTooLong */
     int limit;
-    int number;            /* the formula error number */
+    const char *reason;    /* what the engine refused */
     int token;             /* kVrnPgToken... */
 } Refusal;
-
-static const char *
-FormulaReason(int number)
-{
-    switch (number)
-    {
-        case -1: return "syntax error";
-        case -3: return "the normal form is too long";
-        case -4: return "the formula is too long";
-        case -6: return "a rounding must lie between -3 and 3 digits";
-        case -7: return "a percentage must lie between -99% and +2900%";
-        case -8: return "a margin must lie between -2900& and +99&";
-        case -9: return "multiplication out of range: the factor must lie between 0.1 and 300";
-        case -10: return "division out of range: the divisor must lie between 0.1 and 100";
-        case -11: return "a decimal number has at most 8 integer digits and 4 decimals";
-        case -12: return "an integer has at most 8 digits";
-        default: return "error";
-    }
-}
 
 static int
 RefusalCode(RefusalKind kind)
@@ -93,7 +74,7 @@ RefusalCode(RefusalKind kind)
 static void
 RaiseEngineRefusal(const Refusal *r)
 {
-    const char *reason = FormulaReason(r->number);
+    const char *reason = r->reason;
 
     if (r->token == kVrnPgTokenUnsetVariable)
         reason = psprintf("variable %.*s is not set", r->length, r->engineText + r->position);
@@ -192,7 +173,7 @@ SetEngineRefusal(int outcome, const VrnPgFault *fault, Refusal *r)
     }
     r->position = (int) fault->position;
     r->length = (int) fault->length;
-    r->number = fault->number;
+    r->reason = fault->reason;
     r->token = fault->token;
 }
 

@@ -4,7 +4,8 @@
 # build: the library, vrn-exec and vrn-server. tests: GoogleTest and Google Benchmark.
 # fuzz: clang with libFuzzer. windows: the cross compiler and wine.
 # pg: a PostgreSQL server to test the extension in, and its build support.
-# clients: the SQL client drivers that tests/clients/run.sh drives vrn-server with.
+# clients: the SQL client drivers that tests/clients/run.sh drives vrn-server with,
+# and FreeTDS's C library for bench/tds-bench.sh.
 set -euo pipefail
 parts=("$@")
 ((${#parts[@]})) || parts=(build tests fuzz windows pg clients)
@@ -34,7 +35,7 @@ for part in "${parts[@]}"; do
     pg) install --no-install-recommends postgresql-15 postgresql-server-dev-15 ;;
     # Debian's npm conflicts with a nodejs that brings its own npm: keep that one.
     clients)
-      install freetds-bin tdsodbc unixodbc python3-pyodbc libjtds-java default-jdk-headless nodejs openssl
+      install freetds-bin freetds-dev tdsodbc unixodbc python3-pyodbc libjtds-java default-jdk-headless nodejs openssl
       command -v npm >/dev/null || install npm
       (cd "$(dirname "$0")/../tests/clients/node" && npm ci --no-audit --no-fund --loglevel=error) ;;
     *) echo "unknown part: $part (build, tests, fuzz, windows, pg, clients)" >&2; exit 2 ;;

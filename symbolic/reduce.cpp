@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "percstr/evaluate.h"
-#include "percstr/parser.h"
+#include "percstr/engine/parser.h"
 #include "symbolic/scanner.h"
 #include "symbolic/symbols.h"
 
@@ -23,7 +23,9 @@ union PercStrSymbValue {
 
 namespace {
 
-struct PercStrSymbContext {};
+struct PercStrSymbContext {
+    bool syntaxError = false;
+};
 
 using SymbGrammar = Grammar<PercStrSymbValue, NoLocation, PercStrSymbContext>;
 using SymbReduce = SymbGrammar::Reduce;
@@ -179,11 +181,14 @@ constexpr lalr::PrecedenceLevel kPrecedence[] = {
 
 int32_t NextToken(PercStrSymbValue* value, NoLocation*, PercStrSymbContext*) {
     const int token = PercStrSymbNextToken();
-    if (token == kSymbValue) value->text = PercStrSymbTokenValue;
+    if (token == kSymbValue) value->text = PercStrSymbScanner.tokenValue;
     return token;
 }
 
-void RecordError(PercStrSymbContext*, const NoLocation&) { PercStrSymbMarkError(); }
+void RecordError(PercStrSymbContext* context, const NoLocation&) {
+    PercStrSymbMarkError();
+    context->syntaxError = true;
+}
 
 constexpr SymbGrammar kGrammar = {kTokens, kPrecedence, kRules, NextToken, RecordError, &PercStrSymbLookahead};
 
@@ -202,6 +207,23 @@ void SetEmpty(char* result, uint32_t* length) {
     *length = 0;
 }
 
+int32_t Parse(PercStrSymbContext& context) {
+    const SymbParser* parser = MachinesOrNull();
+    return parser != nullptr ? parser->Parse(&context) : kParseExhausted;
+}
+
+PercStrSymbStop StopOf(int32_t parsed, const PercStrSymbContext& context) {
+    if (parsed == kParseAccepted) return PercStrSymbStop::kNone;
+    if (parsed == kParseExhausted) return PercStrSymbStop::kNoMemory;
+    if (!context.syntaxError) return PercStrSymbStop::kOverflow;
+    switch (PercStrSymbScanner.unset) {
+        case PercStrSymbUnsetName::kUnsetVariable: return PercStrSymbStop::kUnsetVariable;
+        case PercStrSymbUnsetName::kNoVariable: return PercStrSymbStop::kNoVariable;
+        case PercStrSymbUnsetName::kNone: break;
+    }
+    return PercStrSymbStop::kSyntax;
+}
+
 }  // namespace
 
 const std::vector<std::string>& PercStrSymbGrammarProblems() {
@@ -211,13 +233,13 @@ const std::vector<std::string>& PercStrSymbGrammarProblems() {
 }
 
 int32_t PercStrSymbParse() {
-    const SymbParser* parser = MachinesOrNull();
-    if (parser == nullptr) return kParseExhausted;
     PercStrSymbContext context;
-    return parser->Parse(&context);
+    const int32_t parsed = Parse(context);
+    PercStrSymbScanner.unset = PercStrSymbUnsetName::kNone;
+    return parsed;
 }
 
-int32_t PercStrSymbReduce(const char* text, char* result, uint32_t* length) {
+int32_t PercStrSymbReduce(const char* text, char* result, uint32_t* length, PercStrSymbStop* stop) {
     if (length == nullptr) return kPercStrSymbNoResult;
     if (result == nullptr) {
         *length = 0;
@@ -233,9 +255,12 @@ int32_t PercStrSymbReduce(const char* text, char* result, uint32_t* length) {
         SetEmpty(result, length);
         return kPercStrSymbNoBuffer;
     }
-    const int32_t parsed = PercStrSymbParse();
+    PercStrSymbContext context;
+    const int32_t parsed = Parse(context);
     PercStrSymbScanner.yy_release_buffer(buffer);
     if (parsed != kParseAccepted) {
+        if (stop != nullptr) *stop = StopOf(parsed, context);
+        PercStrSymbScanner.unset = PercStrSymbUnsetName::kNone;
         SetEmpty(result, length);
         return kPercStrSymbFailed;
     }

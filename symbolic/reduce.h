@@ -24,8 +24,20 @@ inline constexpr int32_t kPercStrSymbNoBuffer = -5;    // no scan buffer could b
 // What building grammar 2's tables found wrong with it: nothing, in a good build.
 [[nodiscard]] const std::vector<std::string>& PercStrSymbGrammarProblems();
 
+// What stopped a reduction that gave kPercStrSymbFailed.
+enum class PercStrSymbStop : int32_t {
+    kNone,
+    kSyntax,         // a token no production takes, where the error values say
+    kUnsetVariable,  // the same, the token a variable that isn't set
+    kNoVariable,     // the same, the token a name that is no variable
+    kOverflow,       // a text would pass 21 characters; no error values recorded
+    kNoMemory,       // for the parser's stacks; no error values recorded
+};
+
 // length: on entry the capacity of result in bytes, on return the length of
 // the text written there. A null or empty text gives the empty result.
-[[nodiscard]] int32_t PercStrSymbReduce(const char* text, char* result, uint32_t* length);
+// stop, unless null, gets what stopped a reduction that gave kPercStrSymbFailed.
+[[nodiscard]] int32_t PercStrSymbReduce(const char* text, char* result, uint32_t* length,
+                                        PercStrSymbStop* stop = nullptr);
 
 }  // namespace vrn

@@ -12,21 +12,24 @@ const ScanAutomaton& Automaton() {
 
 }  // namespace
 
-constinit ScannerEngine PercStrSymbScanner{&Automaton};
-PercStrSymbText PercStrSymbTokenValue = {};
+constinit PercStrSymbScanning PercStrSymbScanner{&Automaton};
 
 void PercStrSymbSetTokenValue(const char* prefix, const char* text) {
     const size_t prefixLength = strlen(prefix);
     const size_t length = strnlen(text, kPercStrSymbTextMax - prefixLength);
-    memcpy(PercStrSymbTokenValue.text, prefix, prefixLength);
-    memcpy(PercStrSymbTokenValue.text + prefixLength, text, length);
-    PercStrSymbTokenValue.text[prefixLength + length] = '\0';
+    memcpy(PercStrSymbScanner.tokenValue.text, prefix, prefixLength);
+    memcpy(PercStrSymbScanner.tokenValue.text + prefixLength, text, length);
+    PercStrSymbScanner.tokenValue.text[prefixLength + length] = '\0';
 }
 
 int PercStrSymbNameToken(const char* name) {
-    const PercStrSymbVar* var = PercStrSymbFindVar(name);
-    if (var == nullptr) return kSymbUnset;
-    PercStrSymbTokenValue = var->value;
+    const PercStrSymbVar* var = PercStrSymbLookUpVar(name);
+    if (var == nullptr || var->isSet == 0) {
+        PercStrSymbScanner.unset =
+            var == nullptr ? PercStrSymbUnsetName::kNoVariable : PercStrSymbUnsetName::kUnsetVariable;
+        return kSymbUnset;
+    }
+    PercStrSymbScanner.tokenValue = var->value;
     return kSymbValue;
 }
 

@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-#include "percstr/scanner.h"
+#include "percstr/engine/scanner.h"
 #include "symbolic/symbols.h"
 
 namespace vrn {
@@ -54,9 +54,22 @@ inline constexpr ScanRow<PercStrSymbScanAction> kPercStrSymbScanRows[] = {
     {".", PercStrSymbScanAction::Byte},
 };
 
-extern ScannerEngine PercStrSymbScanner;
-// The text of the last VALUE token.
-extern PercStrSymbText PercStrSymbTokenValue;
+// What the name of an UNSET token is.
+enum class PercStrSymbUnsetName : int32_t { kNone, kUnsetVariable, kNoVariable };
+
+// Scanner 2's instance of the engine, with what its actions leave beside the
+// engine's own variables.
+class PercStrSymbScanning : public ScannerEngine {
+public:
+    using ScannerEngine::ScannerEngine;
+
+    PercStrSymbText tokenValue{};  // the text of the last VALUE token
+    // The name of the last UNSET token. No production takes UNSET, so a parse
+    // stops at the first; whoever parses clears it again after a failure.
+    PercStrSymbUnsetName unset = PercStrSymbUnsetName::kNone;
+};
+
+extern PercStrSymbScanning PercStrSymbScanner;
 
 // The token value: prefix and text, cut to 21 characters.
 void PercStrSymbSetTokenValue(const char* prefix, const char* text);
@@ -65,24 +78,18 @@ void PercStrSymbSetTokenValue(const char* prefix, const char* text);
 
 // The next token of PercStrSymbScanner's current buffer, 0 at the end.
 [[nodiscard]] inline int PercStrSymbNextToken() {
-    constexpr int kSkip = -1000;  // no token: go on with the next match
-    for (;;) {
-        const int rule = PercStrSymbScanner.NextMatch();
-        if (rule == kEndOfInput) return 0;
+    return NextToken<kPercStrSymbScanRows>(PercStrSymbScanner, nullptr, [](const auto& row) -> int32_t {
         const char* text = PercStrSymbScanner.TokenText();
-        const int token = ForRow<kPercStrSymbScanRows>(rule, kSkip, [&](const auto& row) -> int {
-            switch (row.action) {
-                case PercStrSymbScanAction::Number: PercStrSymbSetTokenValue("", text); return row.token;
-                case PercStrSymbScanAction::PointNumber: PercStrSymbSetTokenValue("0", text); return row.token;
-                case PercStrSymbScanAction::Token: return row.token;
-                case PercStrSymbScanAction::Name: return PercStrSymbNameToken(text);
-                case PercStrSymbScanAction::Skip: return kSkip;
-                case PercStrSymbScanAction::Byte: return static_cast<signed char>(text[0]);
-            }
-            return kSkip;
-        });
-        if (token != kSkip) return token;
-    }
+        switch (row.action) {
+            case PercStrSymbScanAction::Number: PercStrSymbSetTokenValue("", text); return row.token;
+            case PercStrSymbScanAction::PointNumber: PercStrSymbSetTokenValue("0", text); return row.token;
+            case PercStrSymbScanAction::Token: return row.token;
+            case PercStrSymbScanAction::Name: return PercStrSymbNameToken(text);
+            case PercStrSymbScanAction::Skip: return kNoToken;
+            case PercStrSymbScanAction::Byte: return static_cast<signed char>(text[0]);
+        }
+        return kNoToken;
+    });
 }
 
 // Records the byte offset and length of the last match in PercStrSymbErrorPos

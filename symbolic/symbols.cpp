@@ -68,7 +68,8 @@ uint64_t PercStrSymbErrorLen = 0;
 namespace {
 
 // Only the ASCII capitals fold: an accented letter is compared as it is,
-// whatever the locale says.
+// whatever the locale says. Its own fold rather than the frame's: an engine
+// stands without the frame, and this runs for every name of a text.
 constexpr unsigned char FoldAsciiCapital(unsigned char c) {
     return (c >= 'A' && c <= 'Z') ? static_cast<unsigned char>(c - 'A' + 'a') : c;
 }
@@ -114,6 +115,8 @@ const PercStrSymbVar* PercStrSymbFindVar(const char* name) {
     const PercStrSymbVar* var = LookUp(name);
     return (var != nullptr && var->isSet != 0) ? var : nullptr;
 }
+
+const PercStrSymbVar* PercStrSymbLookUpVar(const char* name) { return LookUp(name); }
 
 void PercStrSymbGetErrorInfo(int32_t* position, int32_t* length) {
     *position = static_cast<int32_t>(static_cast<uint32_t>(PercStrSymbErrorPos));

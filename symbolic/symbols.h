@@ -38,6 +38,8 @@ void PercStrSymbInitVars(int32_t mode);
 [[nodiscard]] int32_t PercStrSymbSetVarValue(const char* name, const char* value);
 // The variable of that name when it is set; null when unknown or unset.
 [[nodiscard]] const PercStrSymbVar* PercStrSymbFindVar(const char* name);
+// The variable of that name, set or not; null when the table has none.
+[[nodiscard]] const PercStrSymbVar* PercStrSymbLookUpVar(const char* name);
 // The low 32 bits of the error values.
 void PercStrSymbGetErrorInfo(int32_t* position, int32_t* length);
 

@@ -22,10 +22,9 @@ public:
             }
         }
         const host::Library& library = Load(call.line);
-        if (!library.Has(call.procedure)) return std::nullopt;
         host::CallOptions options;
         options.instanceName = instanceName_;
-        return library.Call(call.procedure, call.params, options);
+        return library.CallIfExported(call.procedure, call.params, options);
     }
 
 private:

@@ -8,14 +8,17 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <climits>
+#include <cstring>
 #include <chrono>
 #include <iostream>
 #include <map>
 #include <mutex>
 #include <thread>
 
+#include "frame/convert.h"
 #include "host/exec/runner.h"
 #include "host/server/system_procedures.h"
 #include "host/server/tls.h"
@@ -37,6 +40,9 @@ std::string Lower(std::string s) {
     for (char& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     return s;
 }
+
+// The system procedures' names: the only ones looked up beside the library's.
+bool IsSystemName(const std::string& name) { return name.size() > 3 && EqualIgnoringAsciiCase(name.data(), "sp_", 3); }
 
 // The last part of a qualified name: master.dbo.vrn_X, [master]..[vrn_X], dbo.vrn_X.
 std::string LastNamePart(const std::string& name) {
@@ -141,11 +147,27 @@ public:
                 }
                 continue;
             }
-            const ssize_t got = recv(fd_, data, n, 0);
+            if (inBegin_ < inEnd_) {
+                const size_t take = std::min(n, inEnd_ - inBegin_);
+                std::memcpy(data, inbox_.data() + inBegin_, take);
+                inBegin_ += take;
+                data += take;
+                n -= take;
+                continue;
+            }
+            // A large body straight into place; else what the socket has, so a
+            // request's header and body take one call.
+            const bool direct = n >= inbox_.size();
+            const ssize_t got = direct ? recv(fd_, data, n, 0) : recv(fd_, inbox_.data(), inbox_.size(), 0);
             if (got < 0 && errno == EINTR) continue;
             if (got <= 0) return false;
-            data += got;
-            n -= static_cast<size_t>(got);
+            if (direct) {
+                data += got;
+                n -= static_cast<size_t>(got);
+            } else {
+                inBegin_ = 0;
+                inEnd_ = static_cast<size_t>(got);
+            }
         }
         return true;
     }
@@ -193,10 +215,8 @@ public:
         uint8_t header[tds::kHeaderSize];
         if (tls_) {
             if (Peek(header) != Peeked::Attention) return false;
-        } else {
-            pollfd p{fd_, POLLIN, 0};
-            if (poll(&p, 1, 0) <= 0 || !(p.revents & POLLIN)) return false;
-            if (recv(fd_, header, sizeof header, MSG_PEEK | MSG_DONTWAIT) != static_cast<ssize_t>(sizeof header)) return false;
+        } else if (PeekPlain(header) != Peeked::Attention) {
+            return false;
         }
         const tds::PacketHeader h = tds::ReadPacketHeader(header);
         if (h.type != tds::kAttention || h.length < tds::kHeaderSize) return false;
@@ -227,12 +247,15 @@ public:
                 if (p.revents & (POLLHUP | POLLERR)) return false;
                 if (tls_) continue;  // the peek above reads it
                 uint8_t header[tds::kHeaderSize];
-                const ssize_t got = recv(fd_, header, sizeof header, MSG_PEEK | MSG_DONTWAIT);
-                if (got == 0) return false;
-                if (got == static_cast<ssize_t>(sizeof header) && header[0] == tds::kAttention) return false;
-                // Something else arrived early: it waits its turn.
-                std::this_thread::sleep_for(left);
-                return true;
+                switch (PeekPlain(header)) {
+                case Peeked::Attention:
+                case Peeked::Gone: return false;
+                case Peeked::Other:
+                    // Something else arrived early: it waits its turn.
+                    std::this_thread::sleep_for(left);
+                    return true;
+                case Peeked::Nothing: break;
+                }
             }
         }
     }
@@ -252,11 +275,38 @@ private:
         return got == static_cast<int>(sizeof header) ? Peeked::Attention : Peeked::Other;
     }
 
+    // The same in plain: the next bytes, from what is read ahead or what the
+    // socket holds without waiting.
+    Peeked PeekPlain(uint8_t (&header)[tds::kHeaderSize]) {
+        if (inEnd_ - inBegin_ < sizeof header) {
+            std::memmove(inbox_.data(), inbox_.data() + inBegin_, inEnd_ - inBegin_);
+            inEnd_ -= inBegin_;
+            inBegin_ = 0;
+            ssize_t got;
+            do {
+                got = recv(fd_, inbox_.data() + inEnd_, inbox_.size() - inEnd_, MSG_DONTWAIT);
+            } while (got < 0 && errno == EINTR);
+            if (got == 0 || (got < 0 && errno != EAGAIN && errno != EWOULDBLOCK)) return Peeked::Gone;
+            if (got > 0) inEnd_ += static_cast<size_t>(got);
+        }
+        if (inEnd_ == inBegin_) return Peeked::Nothing;
+        if (inbox_[inBegin_] != tds::kAttention) return Peeked::Other;
+        if (inEnd_ - inBegin_ < sizeof header) return Peeked::Nothing;
+        std::memcpy(header, inbox_.data() + inBegin_, sizeof header);
+        return Peeked::Attention;
+    }
+
     // Moves what the socket has into the TLS input, a record's worth at a
     // time; wait: block until something comes. Without waiting, a client
     // that sends ahead is left in the socket once a few records are in.
     // False when the client left (or the socket failed).
     bool Fill(bool wait) {
+        if (inBegin_ < inEnd_) {  // read ahead with the last pre-login packet
+            const int n = static_cast<int>(inEnd_ - inBegin_);
+            const bool moved = BIO_write(in_, inbox_.data() + inBegin_, n) == n;
+            inBegin_ = inEnd_ = 0;
+            return moved;
+        }
         if (!wait && BIO_ctrl_pending(in_) >= kReadAhead) return true;
         uint8_t chunk[16 * 1024 + 512];
         for (;;) {
@@ -291,6 +341,8 @@ private:
     }
 
     int fd_;
+    std::array<uint8_t, 8192> inbox_;  // plain bytes read ahead: [inBegin_, inEnd_)
+    size_t inBegin_ = 0, inEnd_ = 0;
     SslSession ssl_;
     BIO* in_ = nullptr;  // owned by ssl_
     BIO* out_ = nullptr;
@@ -459,17 +511,18 @@ public:
     explicit ServerProcedures(const ServerConfig& config) : config_(config) {}
 
     std::optional<host::CallResult> Execute(const Call& call) override {
-        if (auto system = CallSystemProcedure(Lower(call.procedure), call.params, call.names)) return system;
+        if (IsSystemName(call.procedure)) {
+            if (auto system = CallSystemProcedure(Lower(call.procedure), call.params, call.names)) return system;
+        }
         for (const std::string& name : call.names) {
             if (!name.empty()) {
                 throw exec::ScriptError(call.line, "named parameters (" + name +
                                                        " = value) are not supported: pass the parameters in order");
             }
         }
-        if (!config_.library->Has(call.procedure)) return std::nullopt;
         host::CallOptions options;
         options.instanceName = config_.instanceName;
-        return config_.library->Call(call.procedure, call.params, options);
+        return config_.library->CallIfExported(call.procedure, call.params, options);
     }
 
 private:
@@ -588,6 +641,7 @@ public:
         while (connection_.ReadMessage(type, payload, config_.maxRequestBytes,
                                        {tds::kSqlBatch, tds::kRpc, tds::kTransactionManager, tds::kAttention})) {
             control_.busy = true;
+            requestStart_ = std::chrono::steady_clock::now();
             bool ok = true;
             switch (type) {
             case tds::kSqlBatch: ok = Batch(payload); break;
@@ -789,7 +843,7 @@ private:
     Outcome Call(TokenWriter& w, const tds::RpcCall& call) {
         uint16_t id = call.procId;
         const std::string name = LastNamePart(tds::Utf8OfUtf16(call.name));
-        if (id == 0) {
+        if (id == 0 && IsSystemName(name)) {
             static const std::map<std::string, uint16_t> byName = {
                 {"sp_executesql", tds::kSpExecuteSql}, {"sp_prepare", tds::kSpPrepare}, {"sp_execute", tds::kSpExecute},
                 {"sp_prepexec", tds::kSpPrepExec},     {"sp_unprepare", tds::kSpUnprepare},
@@ -824,17 +878,18 @@ private:
         tds::CallContext context;
         context.procedure = tds::Utf16OfUtf8(name);
         context.server = config_.serverName;
+        call.params.reserve(rpcParams.size());
+        call.names.resize(rpcParams.size());
         for (size_t i = 0; i < rpcParams.size(); ++i) {
             const tds::RpcParam& p = rpcParams[i];
-            const tds::HostValue h = tds::ToHost(p.type, (p.status & 0x02) ? tds::Value{} : p.value);
+            tds::HostValue h = tds::ToHost(p.type, (p.status & 0x02) ? tds::Value{} : p.value);
             host::Param param;
             param.type = h.code;
             param.maxLength = h.maxLength;
             param.isNull = !h.value;
-            if (h.value) param.value = *h.value;
+            if (h.value) param.value = std::move(*h.value);
             param.isOutput = p.IsOutput();
             call.params.push_back(std::move(param));
-            call.names.emplace_back();
             if (p.IsOutput()) context.outputs.push_back({static_cast<int>(i) + 1, p.name, p.type, p.value});
         }
         std::optional<host::CallResult> result;
@@ -977,11 +1032,14 @@ private:
     // meanwhile, its output is dropped: the request ends with an empty answer
     // and the attention gets its own, so that a client reading "the request's
     // answer, then the acknowledgement" and one reading "until the
-    // acknowledgement" both stop in the right place.
+    // acknowledgement" both stop in the right place. A quick request's answer
+    // goes out without the look for an attention (a system call): one sent
+    // meanwhile is read next and acknowledged then, as the protocol allows.
     bool Answer(TokenWriter& w, bool interrupted) {
+        const bool quick = !interrupted && std::chrono::steady_clock::now() - requestStart_ < std::chrono::milliseconds(1);
         // A wait cut short by an attention left it on the wire: it is taken
         // here, or the next read would acknowledge it a second time.
-        const bool attention = connection_.TakeAttention();
+        const bool attention = !quick && connection_.TakeAttention();
         if (!interrupted && !attention) return Send(tds::kReply, w.bytes());
         TokenWriter end(version_);
         end.Done(tds::kTokenDone, 0, 0, 0);
@@ -1012,6 +1070,7 @@ private:
     std::string user_;
     std::map<int32_t, Prepared> prepared_;
     int32_t nextHandle_ = 1;
+    std::chrono::steady_clock::time_point requestStart_;
 };
 
 }  // namespace

@@ -49,6 +49,7 @@ MessageAssembler::Step MessageAssembler::Add(const PacketHeader& h, const uint8_
 
 void AppendPackets(Bytes& out, uint8_t type, const Bytes& payload, uint32_t packetSize, uint16_t spid) {
     const size_t room = std::clamp<uint32_t>(packetSize, kMinPacketSize, kMaxPacketSize) - kHeaderSize;
+    out.reserve(out.size() + payload.size() + (payload.size() / room + 1) * kHeaderSize);
     size_t at = 0;
     uint8_t id = 1;
     do {

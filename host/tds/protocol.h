@@ -153,7 +153,8 @@ struct Message {
 // Writers of one answer. Version decides the layouts that changed.
 class TokenWriter {
 public:
-    explicit TokenWriter(uint32_t version) : version_(version) {}
+    // Room for a usual answer from the start: its tokens don't grow the buffer.
+    explicit TokenWriter(uint32_t version) : version_(version) { w_.bytes().reserve(512); }
     Bytes& bytes() { return w_.bytes(); }
     Writer& raw() { return w_; }
     [[nodiscard]] uint32_t version() const { return version_; }

@@ -1,6 +1,6 @@
 #include "host/tds/requests.h"
 
-#include <map>
+#include <algorithm>
 
 #include "host/exec/text.h"
 
@@ -93,7 +93,15 @@ std::u16string Utf16OfCp1252(const std::string& bytes) {
     return out;
 }
 
+namespace {
+bool IsAscii(char16_t c) { return c < 0x80; }
+}  // namespace
+
+// Names are ASCII nearly always: they skip the general conversion.
 std::u16string Utf16OfUtf8(const std::string& utf8) {
+    if (std::all_of(utf8.begin(), utf8.end(), [](char c) { return IsAscii(static_cast<unsigned char>(c)); })) {
+        return std::u16string(utf8.begin(), utf8.end());
+    }
     const std::optional<std::u32string> text = exec::DecodeUtf8(utf8);
     const Bytes utf16 = exec::EncodeUtf16(text ? *text : U"?");
     std::u16string out(utf16.size() / 2, u'\0');
@@ -102,6 +110,7 @@ std::u16string Utf16OfUtf8(const std::string& utf8) {
 }
 
 std::string Utf8OfUtf16(const std::u16string& text) {
+    if (std::all_of(text.begin(), text.end(), IsAscii)) return std::string(text.begin(), text.end());
     Bytes bytes;
     bytes.reserve(text.size() * 2);
     for (char16_t c : text) {
@@ -175,10 +184,19 @@ void WriteHostRow(TokenWriter& w, const std::vector<host::Column>& described, co
 //   an OUTPUT parameter never delivered RETURNVALUE of the value the client sent
 //   the end of the call                 DONEPROC (the caller's)
 void WriteCallAnswer(TokenWriter& w, const host::CallResult& result, const CallContext& context) {
-    std::map<int, size_t> lastDelivery;
-    for (size_t i = 0; i < result.outputs.size(); ++i) lastDelivery[result.outputs[i].param] = i;
-    std::map<int, const OutputSlot*> slots;
-    for (const OutputSlot& slot : context.outputs) slots[slot.ordinal] = &slot;
+    // A call has a few outputs at most: plain scans, no maps.
+    auto slotOf = [&](int param) -> const OutputSlot* {
+        for (const OutputSlot& slot : context.outputs) {
+            if (slot.ordinal == param) return &slot;
+        }
+        return nullptr;
+    };
+    auto lastDelivery = [&](int param) -> std::optional<size_t> {
+        for (size_t i = result.outputs.size(); i-- > 0;) {
+            if (result.outputs[i].param == param) return i;
+        }
+        return std::nullopt;
+    };
 
     size_t message = 0, output = 0, done = 0, set = 0, row = 0;
     bool described = false, announced = false;
@@ -216,9 +234,9 @@ void WriteCallAnswer(TokenWriter& w, const host::CallResult& result, const CallC
         case host::EventKind::Output: {
             const size_t index = output++;
             const host::OutputValue& o = result.outputs[index];
-            const auto slot = slots.find(o.param);
-            if (slot == slots.end() || lastDelivery[o.param] != index) break;
-            WriteReturnValue(w, *slot->second, FromHost(slot->second->type, o.isNull ? Value{} : Value{o.value}));
+            const OutputSlot* slot = slotOf(o.param);
+            if (!slot || lastDelivery(o.param) != index) break;
+            WriteReturnValue(w, *slot, FromHost(slot->type, o.isNull ? Value{} : Value{o.value}));
             break;
         }
         case host::EventKind::Describe:
@@ -243,7 +261,7 @@ void WriteCallAnswer(TokenWriter& w, const host::CallResult& result, const CallC
     closeSet();
     w.ReturnStatus(result.returnCode);
     for (const OutputSlot& slot : context.outputs) {
-        if (!lastDelivery.count(slot.ordinal)) WriteReturnValue(w, slot, slot.sent);
+        if (!lastDelivery(slot.ordinal)) WriteReturnValue(w, slot, slot.sent);
     }
 }
 

@@ -1,6 +1,7 @@
 #include "host/tds/types.h"
 
 #include <algorithm>
+#include <array>
 
 #include "host/tds/protocol.h"
 
@@ -52,12 +53,15 @@ constexpr TypeRow kTypes[] = {
     {kXml, Layout::Xml, 0, 241},
 };
 
-const TypeRow* RowOf(uint8_t type) {
-    for (const TypeRow& row : kTypes) {
-        if (row.type == type) return &row;
-    }
-    return nullptr;
-}
+// Each type's row in kTypes, by type byte (-1: none): one look per value.
+constexpr auto kRowIndex = [] {
+    std::array<int8_t, 256> index{};
+    index.fill(-1);
+    for (size_t i = std::size(kTypes); i-- > 0;) index[kTypes[i].type] = static_cast<int8_t>(i);  // the first row wins
+    return index;
+}();
+
+const TypeRow* RowOf(uint8_t type) { return kRowIndex[type] < 0 ? nullptr : &kTypes[kRowIndex[type]]; }
 
 constexpr uint32_t kHostDecimalLength = 17;  // sign byte + 16-byte magnitude
 constexpr uint32_t kMaxValueLength = 8000;   // the longest value that isn't (max)

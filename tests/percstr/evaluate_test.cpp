@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "percstr/parser.h"
+#include "percstr/engine/parser.h"
 #include "percstr/percstr_scanner.h"
 
 namespace vrn {

@@ -1,4 +1,4 @@
-#include "percstr/scanner.h"
+#include "percstr/engine/scanner.h"
 
 #include <gtest/gtest.h>
 

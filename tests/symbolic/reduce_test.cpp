@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "percstr/parser.h"
+#include "percstr/engine/parser.h"
 #include "symbolic/scanner.h"
 #include "symbolic/symbols.h"
 
@@ -18,16 +18,19 @@ namespace {
 struct Outcome {
     int32_t code;
     std::string text;
+    PercStrSymbStop stop;
 };
 
 Outcome Reduce(const std::string& text) {
     char result[kPercStrSymbTextSize];
     memset(result, 'x', sizeof result);
     uint32_t length = sizeof result;
-    const int32_t code = PercStrSymbReduce(text.c_str(), result, &length);
+    PercStrSymbStop stop = PercStrSymbStop::kNone;
+    const int32_t code = PercStrSymbReduce(text.c_str(), result, &length, &stop);
     EXPECT_LT(length, sizeof result);
     EXPECT_EQ(result[length], '\0') << text;
-    return {code, std::string(result, length)};
+    EXPECT_EQ(stop != PercStrSymbStop::kNone, code == kPercStrSymbFailed) << text;
+    return {code, std::string(result, length), stop};
 }
 
 using Vars = std::vector<std::pair<const char*, const char*>>;
@@ -43,11 +46,13 @@ void ExpectReduces(const std::string& text, const char* expected) {
     EXPECT_EQ(out.text, expected) << text << " in mode " << PercStrSymbMode;
 }
 
-void ExpectFailsAt(const std::string& text, int32_t position, int32_t length) {
+void ExpectFailsAt(const std::string& text, int32_t position, int32_t length,
+                   PercStrSymbStop stop = PercStrSymbStop::kSyntax) {
     PercStrSymbErrorPos = 999;
     PercStrSymbErrorLen = 999;
     const Outcome out = Reduce(text);
     EXPECT_EQ(out.code, kPercStrSymbFailed) << text;
+    EXPECT_EQ(out.stop, stop) << text;
     EXPECT_EQ(out.text, "") << text;
     int32_t gotPosition = 0, gotLength = 0;
     PercStrSymbGetErrorInfo(&gotPosition, &gotLength);
@@ -101,17 +106,22 @@ TEST(SymbolicReduce, FailuresRecordTheOffendingToken) {
         std::string text;
         int32_t position;
         int32_t length;
+        PercStrSymbStop stop = PercStrSymbStop::kSyntax;
     };
     const Case cases[] = {
         {"10%", 2, 1}, {"10+\xE8" "5", 3, 1}, {"10+", 2, 1}, {"(", 0, 1}, {"1\v", 1, 1}, {"IIF(1,2,3)", 5, 1},
-        {"1=1", 1, 1}, {"IIF(1=1,2)", 9, 1}, {"IIF(1=1,2,Listino)", 10, 7}, {"MIN()", 4, 1}, {"IIF(1=1=1,1,2)", 7, 1},
-        {"MINI(1)", 0, 4}, {"+", 0, 1}, {"1 2", 2, 1}, {"NOT 1", 0, 3},
-        {"-(100.123456+200.123456)", 999, 999},  // too long: nothing recorded
+        {"1=1", 1, 1}, {"IIF(1=1,2)", 9, 1}, {"MIN()", 4, 1}, {"IIF(1=1=1,1,2)", 7, 1},
+        {"+", 0, 1}, {"1 2", 2, 1}, {"NOT 1", 0, 3}, {"MIN(Cliente", 10, 1},
+        {"IIF(1=1,2,Listino)", 10, 7, PercStrSymbStop::kUnsetVariable},
+        {"1+listino", 2, 7, PercStrSymbStop::kUnsetVariable},
+        {"MINI(1)", 0, 4, PercStrSymbStop::kNoVariable},
+        {"Cliente+Clienti", 8, 7, PercStrSymbStop::kNoVariable},
+        {"-(100.123456+200.123456)", 999, 999, PercStrSymbStop::kOverflow},  // too long: nothing recorded
     };
     for (const auto& c : cases) {
         for (int32_t mode = 0; mode < 3; ++mode) {
             Start(mode, {{"Cliente", "1"}});
-            ExpectFailsAt(c.text, c.position, c.length);
+            ExpectFailsAt(c.text, c.position, c.length, c.stop);
         }
     }
 }
@@ -127,7 +137,8 @@ TEST(SymbolicReduce, MemoryFailures) {
 
     // Stacks that can't grow past their first 200 entries: the last token read is recorded.
     ParserMemory::allocate = [](size_t) -> void* { return nullptr; };
-    ExpectFailsAt(std::string(300, '(') + "5" + std::string(300, ')'), 198, 1);  // the 199th "(" fills the 200th entry
+    ExpectFailsAt(std::string(300, '(') + "5" + std::string(300, ')'), 198, 1,  // the 199th "(" fills the 200th entry
+                  PercStrSymbStop::kNoMemory);
     ParserMemory::allocate = std::malloc;
 }
 

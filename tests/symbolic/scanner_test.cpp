@@ -29,11 +29,12 @@ std::vector<Token> Scan(const std::string& text) {
     for (int i = 0; i < 20; ++i) {
         const int code = PercStrSymbNextToken();
         PercStrSymbMarkError();
-        tokens.push_back({code, code == kSymbValue ? PercStrSymbTokenValue.text : "", PercStrSymbErrorPos,
+        tokens.push_back({code, code == kSymbValue ? PercStrSymbScanner.tokenValue.text : "", PercStrSymbErrorPos,
                           PercStrSymbErrorLen});
         if (code <= 0) break;
     }
     PercStrSymbScanner.yy_release_buffer(buffer);
+    PercStrSymbScanner.unset = PercStrSymbUnsetName::kNone;
     return tokens;
 }
 

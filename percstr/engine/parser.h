@@ -1,5 +1,5 @@
 // The parser driver shared by the three grammars: an LR machine over tables
-// that percstr/lalr.h builds once per grammar, with its stacks of states,
+// that percstr/engine/lalr.h builds once per grammar, with its stacks of states,
 // values and locations (one array of entries) 200 deep in its own frame,
 // growing by doubling, in one block, up to 10000. No error recovery: the first
 // syntax error ends the parse.
@@ -29,9 +29,9 @@
 #include <utility>
 #include <vector>
 
-#include "percstr/build_once.h"
-#include "percstr/lalr.h"
-#include "percstr/scanner.h"
+#include "percstr/engine/build_once.h"
+#include "percstr/engine/lalr.h"
+#include "percstr/engine/scanner.h"
 
 namespace vrn {
 

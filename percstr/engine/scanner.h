@@ -1,8 +1,9 @@
 // The scanner engine shared by the three text scanners: input buffers over
 // memory, the longest-match automaton, the held character behind the token
-// text and the end-of-input rules. A scanner is one ScannerEngine object with
-// its automaton, built once from its table of rows (pattern, action, token),
-// and a token function that does the action of the row NextMatch() gives.
+// text, the end-of-input rules and the token loop. A scanner is one
+// ScannerEngine object with its automaton, built once from its table of rows
+// (pattern, action, token), and a token function: NextToken over its rows,
+// with what each of its actions does.
 #pragma once
 
 #include <cstddef>
@@ -13,6 +14,7 @@
 #include <span>
 #include <utility>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 namespace vrn {
@@ -101,14 +103,16 @@ struct ScanTables {
 // Calls act(row) with the row of a rule number (1-based) of a constexpr row
 // table, the row known to the compiler in each case: the switch on its action
 // folds away. What act gives, or otherwise for a number outside the table.
+// Forced inline, as is NextToken: left to the compiler, the loops around it
+// came out a few instructions longer per match.
 template <const auto& Rows, class Result, class Act, size_t... I>
-inline Result ForRow(int rule, Result otherwise, Act act, std::index_sequence<I...>) {
+[[gnu::always_inline]] inline Result ForRow(int rule, Result otherwise, Act act, std::index_sequence<I...>) {
     Result result = otherwise;
     (void)((rule == static_cast<int>(I + 1) && (result = act(Rows[I]), true)) || ...);
     return result;
 }
 template <const auto& Rows, class Result, class Act>
-inline Result ForRow(int rule, Result otherwise, Act act) {
+[[gnu::always_inline]] inline Result ForRow(int rule, Result otherwise, Act act) {
     return ForRow<Rows>(rule, otherwise, act, std::make_index_sequence<std::size(Rows)>{});
 }
 
@@ -257,6 +261,28 @@ private:
     char* tokenText_ = nullptr;
     uint32_t tokenLength_ = 0;
 };
+
+// What a row's action gives for a match that makes no token: the loop goes
+// on with the next match.
+inline constexpr int32_t kNoToken = -1000;
+
+// The token loop of a scanner over its constexpr row table: the next token of
+// the scanner's current buffer, 0 at the end of the input. act(row) does the
+// action of the row that matched, known to the compiler in each case, and
+// gives its token or kNoToken. location, a TokenLocation* or nullptr for a
+// scanner without one, moves over every matched text, skipped ones included.
+// Always inlined, so that each scanner's loop is its own code with its rows
+// folded in.
+template <const auto& Rows, class Where, class Act>
+[[gnu::always_inline]] inline int32_t NextToken(ScannerEngine& scanner, Where location, Act act) {
+    for (;;) {
+        const int rule = scanner.NextMatch();
+        if (rule == kEndOfInput) return 0;
+        if constexpr (!std::is_same_v<Where, std::nullptr_t>) StepLocation(location, scanner.TokenLength());
+        const int32_t token = ForRow<Rows>(rule, kNoToken, act);
+        if (token != kNoToken) return token;
+    }
+}
 
 // A copy's block starts with its own size, so that a block kept for the next
 // text is known by its true size whatever text it held last; blocks come in

@@ -1,4 +1,4 @@
-#include "percstr/lalr.h"
+#include "percstr/engine/lalr.h"
 
 #include <algorithm>
 #include <bitset>

@@ -7,7 +7,7 @@
 #include <limits>
 #include <map>
 
-#include "percstr/scanner.h"
+#include "percstr/engine/scanner.h"
 
 namespace vrn {
 

@@ -1,9 +1,9 @@
-#include "percstr/scanner.h"
+#include "percstr/engine/scanner.h"
 
 #include <cstdlib>
 #include <cstring>
 
-#include "percstr/build_once.h"
+#include "percstr/engine/build_once.h"
 
 namespace vrn {
 
