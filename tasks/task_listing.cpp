@@ -106,10 +106,10 @@ ColumnValue WorkItemDataValue(const TaskInfo& info, SqlDateTime*) {
     return {info.WorkItemData.get(), info.WorkItemDataLength};
 }
 
-// A column of the row, and where its value comes from: the scheduler's read
-// of it, at its place in the order of the reads (1 to 16), or none (0) for the
-// name and what the parameters give, and the idle deadline, which comes with
-// the idle minutes.
+// A column of the row: its shape, its value in the record, and the read of
+// the scheduler that fills it, with its place among the reads (1 to 16). The
+// name, what the parameters give and the idle deadline (read with the idle
+// minutes) have no read of their own: 0 and null.
 struct TaskColumn {
     ColumnShape shape;
     ColumnReader<TaskInfo> value;
@@ -164,8 +164,11 @@ constexpr std::array<size_t, kTaskReads> kReadSequence = [] {
     std::array<int, kTaskReads> taken{};
     for (size_t i = 0; i < std::size(kTaskColumns); ++i) {
         const TaskColumn& c = kTaskColumns[i];
-        if (c.readOrder == 0) continue;
-        if (c.read == nullptr || c.readOrder > static_cast<int>(kTaskReads)) throw "a read out of its places";
+        const bool placed = c.readOrder >= 1 && c.readOrder <= static_cast<int>(kTaskReads);
+        if (placed != (c.read != nullptr) || (!placed && c.readOrder != 0)) {
+            throw "a read without its place, or a place without its read";
+        }
+        if (!placed) continue;
         sequence[c.readOrder - 1] = i;
         ++taken[c.readOrder - 1];
     }

@@ -118,26 +118,23 @@ struct TriggerColumn {
     ColumnReader<TriggerRow> value;
 };
 
-using Record = TASK_TRIGGER;
-using ByType = TypeColumns;
-
 constexpr TriggerColumn kTriggerColumns[] = {
     {{"StartDate", SRVDATETIMN, 8, SRVDATETIMN, 8}, StartDateValue},
     {{"EndDate", SRVDATETIMN, 8, SRVDATETIMN, 8}, EndDateValue},
     {{"TriggerIndex", SRVINT4, 0, SRVINT2, 0}, IntegerValue<&TriggerRow::index>},
     {{"TriggerString", SRVBIGVARCHAR, 256, SRVCHAR, 0}, TextValue<&TriggerRow::text>},
-    {{"wStartHour", SRVINT4, 0, SRVINT2, 0}, RecordValue<&Record::wStartHour>},
-    {{"wStartMinute", SRVINT4, 0, SRVINT2, 0}, RecordValue<&Record::wStartMinute>},
-    {{"MinutesDuration", SRVINT4, 0, SRVINT4, 0}, RecordValue<&Record::MinutesDuration>},
-    {{"MinutesInterval", SRVINT4, 0, SRVINT4, 0}, RecordValue<&Record::MinutesInterval>},
-    {{"rgFlags", SRVINT4, 0, SRVINT4, 0}, RecordValue<&Record::rgFlags>},
-    {{"TriggerType", SRVINT4, 0, SRVINT4, 0}, RecordValue<&Record::TriggerType>},
-    {{"DaysInterval", SRVINT4, 0, SRVINT2, 0}, ByTypeValue<&ByType::daysInterval>},
-    {{"WeeksInterval", SRVINT4, 0, SRVINT2, 0}, ByTypeValue<&ByType::weeksInterval>},
-    {{"rgfDaysOfTheWeek", SRVINT4, 0, SRVINT2, 0}, ByTypeValue<&ByType::daysOfTheWeek>},
-    {{"rgfDays", SRVINT4, 0, SRVINT4, 0}, ByTypeValue<&ByType::days>},
-    {{"rgfMonths", SRVINT4, 0, SRVINT2, 0}, ByTypeValue<&ByType::months>},
-    {{"wWhichWeek", SRVINT4, 0, SRVINT2, 0}, ByTypeValue<&ByType::whichWeek>},
+    {{"wStartHour", SRVINT4, 0, SRVINT2, 0}, RecordValue<&TASK_TRIGGER::wStartHour>},
+    {{"wStartMinute", SRVINT4, 0, SRVINT2, 0}, RecordValue<&TASK_TRIGGER::wStartMinute>},
+    {{"MinutesDuration", SRVINT4, 0, SRVINT4, 0}, RecordValue<&TASK_TRIGGER::MinutesDuration>},
+    {{"MinutesInterval", SRVINT4, 0, SRVINT4, 0}, RecordValue<&TASK_TRIGGER::MinutesInterval>},
+    {{"rgFlags", SRVINT4, 0, SRVINT4, 0}, RecordValue<&TASK_TRIGGER::rgFlags>},
+    {{"TriggerType", SRVINT4, 0, SRVINT4, 0}, RecordValue<&TASK_TRIGGER::TriggerType>},
+    {{"DaysInterval", SRVINT4, 0, SRVINT2, 0}, ByTypeValue<&TypeColumns::daysInterval>},
+    {{"WeeksInterval", SRVINT4, 0, SRVINT2, 0}, ByTypeValue<&TypeColumns::weeksInterval>},
+    {{"rgfDaysOfTheWeek", SRVINT4, 0, SRVINT2, 0}, ByTypeValue<&TypeColumns::daysOfTheWeek>},
+    {{"rgfDays", SRVINT4, 0, SRVINT4, 0}, ByTypeValue<&TypeColumns::days>},
+    {{"rgfMonths", SRVINT4, 0, SRVINT2, 0}, ByTypeValue<&TypeColumns::months>},
+    {{"wWhichWeek", SRVINT4, 0, SRVINT2, 0}, ByTypeValue<&TypeColumns::whichWeek>},
 };
 
 // The trigger at row.index into the row: its record, then its text.
@@ -237,12 +234,16 @@ bool ReadWeeklyTrigger(SRV_PROC* srvproc, ParamTable table, TASK_TRIGGER* trigge
     return true;
 }
 
-// The frame of the four: the call judged, the name read, body(table, name)
-// done, the call completed after the name is freed. A wrong count or an
-// unreadable parameter gets no completion. 0x80070057 from anywhere gets the
-// message, behind the completion.
-template <class Body>
-int32_t RunTriggerProcedure(SRV_PROC* srvproc, std::initializer_list<ParamRule> rules, Body body) {
+// ---- The four ------------------------------------------------------------------------
+
+// What one of the four does once its call is judged and the task's name read.
+using TriggerBody = int32_t (*)(SRV_PROC* srvproc, ParamTable table, const char16_t* name);
+
+// The frame of the four: the call judged, the name read, the body done, the
+// call completed after the name is freed. A wrong count or an unreadable
+// parameter gets no completion. 0x80070057 from anywhere gets the message,
+// behind the completion.
+int32_t RunTriggerProcedure(SRV_PROC* srvproc, std::initializer_list<ParamRule> rules, TriggerBody body) {
     const int32_t result = [&] {
         ParamInfo table[5]{};
         const CallVerdict verdict = JudgeParams(srvproc, rules, table);
@@ -250,57 +251,61 @@ int32_t RunTriggerProcedure(SRV_PROC* srvproc, std::initializer_list<ParamRule> 
         ScopedCompletion completion(srvproc);
         if (verdict == CallVerdict::kRefused) return kInvalidArg;
         const WideText name = ReadParamText(srvproc, table, 0, false);
-        return body(table, name.get());
+        return body(srvproc, table, name.get());
     }();
     if (result == kInvalidArg) SendInvalidParameter(srvproc);
     return result;
 }
 
-// ---- The four ------------------------------------------------------------------------
+// The new trigger's index goes to the OUTPUT parameter, whatever it held, once saved.
+int32_t CreateWeeklyTrigger(SRV_PROC* srvproc, ParamTable table, const char16_t* name) {
+    TASK_TRIGGER trigger{};
+    if (!ReadWeeklyTrigger(srvproc, table, &trigger)) return kInvalidArg;
+    uint16_t index = 0;
+    const int32_t result = ApplyTriggerOperation(name, [&](Task& task) { return AddTrigger(task, trigger, &index); });
+    if (!Failed(result)) SetOutputInteger(srvproc, kIndexParam + 1, index);
+    return result;
+}
+
+int32_t UpdateWeeklyTrigger(SRV_PROC* srvproc, ParamTable table, const char16_t* name) {
+    const uint32_t index = ReadParamInteger(srvproc, table, kIndexParam);
+    if (index == kAllTriggers) return kInvalidArg;
+    TASK_TRIGGER trigger{};
+    if (!ReadWeeklyTrigger(srvproc, table, &trigger)) return kInvalidArg;
+    return ApplyTriggerOperation(name, [&](Task& task) {
+        return SetTriggerAt(task, static_cast<uint16_t>(index), trigger);
+    });
+}
+
+int32_t DeleteTriggers(SRV_PROC* srvproc, ParamTable table, const char16_t* name) {
+    const uint32_t index = ReadParamInteger(srvproc, table, kIndexParam);
+    return ApplyTriggerOperation(name, [&](Task& task) {
+        return index == kAllTriggers ? DeleteAllTriggers(task) : task.DeleteTrigger(static_cast<uint16_t>(index));
+    });
+}
+
+int32_t ListTriggers(SRV_PROC* srvproc, ParamTable, const char16_t* name) {
+    SchedulerConnection connection;
+    std::unique_ptr<Task> task;
+    const int32_t result = connection.OpenTask(name, &task);
+    return Failed(result) ? result : SendTriggerRows(srvproc, *task, connection.source());
+}
 
 int32_t TriggerCreateCall(SRV_PROC* srvproc) {
     return RunTriggerProcedure(srvproc, {kTriggerTaskName, kNewIndex, kInteger, kInteger, kInteger},
-                               [&](ParamTable table, const char16_t* name) {
-                                   TASK_TRIGGER trigger{};
-                                   if (!ReadWeeklyTrigger(srvproc, table, &trigger)) return kInvalidArg;
-                                   uint16_t index = 0;
-                                   const int32_t result = ApplyTriggerOperation(
-                                       name, [&](Task& task) { return AddTrigger(task, trigger, &index); });
-                                   if (!Failed(result)) SetOutputInteger(srvproc, kIndexParam + 1, index);
-                                   return result;
-                               });
+                               CreateWeeklyTrigger);
 }
 
 int32_t TriggerUpdateCall(SRV_PROC* srvproc) {
     return RunTriggerProcedure(srvproc, {kTriggerTaskName, kInteger, kInteger, kInteger, kInteger},
-                               [&](ParamTable table, const char16_t* name) {
-                                   const uint32_t index = ReadParamInteger(srvproc, table, kIndexParam);
-                                   if (index == kAllTriggers) return kInvalidArg;
-                                   TASK_TRIGGER trigger{};
-                                   if (!ReadWeeklyTrigger(srvproc, table, &trigger)) return kInvalidArg;
-                                   return ApplyTriggerOperation(name, [&](Task& task) {
-                                       return SetTriggerAt(task, static_cast<uint16_t>(index), trigger);
-                                   });
-                               });
+                               UpdateWeeklyTrigger);
 }
 
 int32_t TriggerDeleteCall(SRV_PROC* srvproc) {
-    return RunTriggerProcedure(srvproc, {kTriggerTaskName, kInteger}, [&](ParamTable table, const char16_t* name) {
-        const uint32_t index = ReadParamInteger(srvproc, table, kIndexParam);
-        return ApplyTriggerOperation(name, [&](Task& task) {
-            return index == kAllTriggers ? DeleteAllTriggers(task) : task.DeleteTrigger(static_cast<uint16_t>(index));
-        });
-    });
+    return RunTriggerProcedure(srvproc, {kTriggerTaskName, kInteger}, DeleteTriggers);
 }
 
-int32_t TriggerEnumCall(SRV_PROC* srvproc) {
-    return RunTriggerProcedure(srvproc, {kTriggerTaskName}, [&](ParamTable, const char16_t* name) {
-        SchedulerConnection connection;
-        std::unique_ptr<Task> task;
-        const int32_t result = connection.OpenTask(name, &task);
-        return Failed(result) ? result : SendTriggerRows(srvproc, *task, connection.source());
-    });
-}
+int32_t TriggerEnumCall(SRV_PROC* srvproc) { return RunTriggerProcedure(srvproc, {kTriggerTaskName}, ListTriggers); }
 
 }  // namespace
 
