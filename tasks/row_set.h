@@ -9,7 +9,6 @@
 #include "frame/convert.h"
 #include "frame/procedure.h"
 #include "frame/srv.h"
-#include "frame/platform.h"
 
 namespace vrn::tasks {
 

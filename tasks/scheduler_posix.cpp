@@ -185,6 +185,8 @@ int32_t LastRunOf(const jobs::RunState& run, SystemTime* time) {
     return kOk;
 }
 
+// ---- What the scheduler hands out.
+
 class JobTrigger final : public Trigger {
 public:
     JobTrigger(std::shared_ptr<TaskState> task, uint64_t handle) : task_(std::move(task)), handle_(handle) {}

@@ -164,11 +164,8 @@ constexpr std::array<size_t, kTaskReads> kReadSequence = [] {
     std::array<int, kTaskReads> taken{};
     for (size_t i = 0; i < std::size(kTaskColumns); ++i) {
         const TaskColumn& c = kTaskColumns[i];
-        const bool placed = c.readOrder >= 1 && c.readOrder <= static_cast<int>(kTaskReads);
-        if (placed != (c.read != nullptr) || (!placed && c.readOrder != 0)) {
-            throw "a read without its place, or a place without its read";
-        }
-        if (!placed) continue;
+        if (c.readOrder < 0 || c.readOrder > static_cast<int>(kTaskReads)) throw "a read out of its places";
+        if (c.readOrder == 0) continue;
         sequence[c.readOrder - 1] = i;
         ++taken[c.readOrder - 1];
     }
