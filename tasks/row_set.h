@@ -4,7 +4,9 @@
 
 #include <cstddef>
 #include <cstring>
+#include <iterator>
 #include <type_traits>
+#include <utility>
 
 #include "frame/convert.h"
 #include "frame/procedure.h"
@@ -63,29 +65,34 @@ ColumnValue TimeValue(const RowOf<member>& row, SqlDateTime* made) {
 // srv_describe of each column in turn.
 template <class Column, size_t N>
 void DescribeRow(SRV_PROC* srvproc, const Column (&columns)[N]) {
-    for (const Column& column : columns) DescribeColumns(srvproc, &column.shape, 1);
+    for (const Column& column : columns) DescribeColumn(srvproc, column.shape);
 }
 
 // Where a column's length goes among the host's calls: with its value, or
 // after every value is set.
 enum class LengthsGo { kWithEachValue, kAfterTheValues };
 
-// Sets every column's value, and its length where it has one, then sends the row.
-template <class Column, size_t N, class Row>
-void SendRow(SRV_PROC* srvproc, const Column (&columns)[N], const Row& row, LengthsGo lengths) {
-    SqlDateTime made[N]{};
-    ColumnValue values[N];
-    for (size_t i = 0; i < N; ++i) {
-        const int column = static_cast<int>(i + 1);
-        values[i] = columns[i].value(row, &made[i]);
-        (void)srv_setcoldata(srvproc, column, const_cast<void*>(values[i].data));
-        if (lengths == LengthsGo::kWithEachValue && values[i].length != kNoLength) {
-            (void)srv_setcollen(srvproc, column, values[i].length);
+// Sets every column's value, and its length where it has one, then sends the
+// row. Columns is a constexpr table: each value is read by a call the
+// compiler knows.
+template <const auto& Columns, class Row>
+void SendRow(SRV_PROC* srvproc, const Row& row, LengthsGo lengths) {
+    constexpr size_t kCount = std::size(Columns);
+    SqlDateTime made[kCount];  // written by the columns that make their value
+    int lengthOf[kCount];
+    auto set = [&](int column, ColumnValue value) {
+        (void)srv_setcoldata(srvproc, column, const_cast<void*>(value.data));
+        lengthOf[column - 1] = value.length;
+        if (lengths == LengthsGo::kWithEachValue && value.length != kNoLength) {
+            (void)srv_setcollen(srvproc, column, value.length);
         }
-    }
+    };
+    [&]<size_t... I>(std::index_sequence<I...>) {
+        (set(static_cast<int>(I + 1), Columns[I].value(row, &made[I])), ...);
+    }(std::make_index_sequence<kCount>{});
     if (lengths == LengthsGo::kAfterTheValues) {
-        for (size_t i = 0; i < N; ++i) {
-            if (values[i].length != kNoLength) (void)srv_setcollen(srvproc, static_cast<int>(i + 1), values[i].length);
+        for (size_t i = 0; i < kCount; ++i) {
+            if (lengthOf[i] != kNoLength) (void)srv_setcollen(srvproc, static_cast<int>(i + 1), lengthOf[i]);
         }
     }
     (void)srv_sendrow(srvproc);

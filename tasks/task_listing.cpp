@@ -271,7 +271,7 @@ void SendTaskRow(const TaskInfo* info, SRV_PROC* srvproc, bool describe) {
     if (describe) {
         DescribeRow(srvproc, kTaskColumns);
     } else {
-        SendRow(srvproc, kTaskColumns, *info, LengthsGo::kWithEachValue);
+        SendRow<kTaskColumns>(srvproc, *info, LengthsGo::kWithEachValue);
     }
 }
 

@@ -166,7 +166,7 @@ int32_t SendTriggerRows(SRV_PROC* srvproc, Task& task, SchedulerSource& source) 
         row.text.reset();
         result = ReadTriggerRow(task, source, &row);
         if (Failed(result)) return result;
-        SendRow(srvproc, kTriggerColumns, row, LengthsGo::kAfterTheValues);
+        SendRow<kTriggerColumns>(srvproc, row, LengthsGo::kAfterTheValues);
     }
     CompleteCounted(srvproc, count);
     return result;
