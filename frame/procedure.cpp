@@ -182,14 +182,6 @@ int SendErrorMessage(SRV_PROC* srvproc, const char* format, ...) {
 
 void CompleteCall(SRV_PROC* srvproc) { (void)srv_senddone(srvproc, SRV_DONE_FINAL, 0, 0); }
 
-void DescribeColumns(SRV_PROC* srvproc, const ColumnShape* columns, size_t count) {
-    for (size_t i = 0; i < count; ++i) {
-        const ColumnShape& c = columns[i];
-        (void)srv_describe(srvproc, 0, const_cast<char*>(c.name), -1, c.destType, c.destWidth, c.srcType, c.srcWidth,
-                           nullptr);
-    }
-}
-
 void CompleteCounted(SRV_PROC* srvproc, int32_t count) {
     (void)srv_senddone(srvproc, SRV_DONE_COUNT | SRV_DONE_MORE, 0, count);
 }

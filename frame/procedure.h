@@ -110,11 +110,10 @@ struct ColumnShape {
     int32_t srcType;
     int32_t srcWidth;
 };
-// srv_describe of each column in turn.
-void DescribeColumns(SRV_PROC* srvproc, const ColumnShape* columns, size_t count);
-template <size_t N>
-void DescribeColumns(SRV_PROC* srvproc, const ColumnShape (&columns)[N]) {
-    DescribeColumns(srvproc, columns, N);
+// srv_describe of the next column.
+inline void DescribeColumn(SRV_PROC* srvproc, const ColumnShape& c) {
+    (void)srv_describe(srvproc, 0, const_cast<char*>(c.name), -1, c.destType, c.destWidth, c.srcType, c.srcWidth,
+                       nullptr);
 }
 
 // srv_senddone(srvproc, 0, 0, 0): the final done, no count.

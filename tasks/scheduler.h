@@ -70,8 +70,7 @@ inline constexpr uint32_t kTriggerFlagKillAtDurationEnd = 0x2;
 inline constexpr uint32_t kTriggerFlagDisabled = 0x4;
 inline constexpr uint16_t kSunday = 0x1;  // Monday 0x2 ... Saturday 0x40
 inline constexpr uint16_t kAllDays = 0x7F;
-inline constexpr uint16_t kJanuary = 0x1;  // ... December 0x800
-inline constexpr uint16_t kAllMonths = 0xFFF;
+inline constexpr uint16_t kAllMonths = 0xFFF;  // January 0x1 ... December 0x800
 inline constexpr uint16_t kFirstWeek = 1;  // ... fourth 4
 inline constexpr uint16_t kLastWeek = 5;
 

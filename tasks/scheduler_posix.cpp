@@ -28,6 +28,18 @@ int32_t HandOut(const std::u16string& text, char16_t** out) {
     return kOk;
 }
 
+// Bytes handed out the same way; none give a null array.
+int32_t HandOut(const std::vector<uint8_t>& bytes, uint16_t* count, uint8_t** out) {
+    *count = 0;
+    *out = nullptr;
+    if (bytes.empty()) return kOk;
+    *out = static_cast<uint8_t*>(std::malloc(bytes.size()));
+    if (*out == nullptr) return kOutOfMemory;
+    std::memcpy(*out, bytes.data(), bytes.size());
+    *count = static_cast<uint16_t>(bytes.size());
+    return kOk;
+}
+
 uint64_t NewIdentity() {
     static std::atomic<uint64_t> counter{0};
     uint64_t id = 0;
@@ -68,50 +80,135 @@ struct TaskState {
     jobs::Store store;
     std::string fileName;
     jobs::Record record;
-    // Each trigger's handle, parallel to the triggers, so a Trigger object
-    // keeps to its trigger when an earlier one is deleted.
-    std::vector<uint64_t> triggerIds;
-    uint64_t lastTriggerId = 0;
 
     TaskState(jobs::Store s, std::string name, jobs::Record r)
         : store(std::move(s)), fileName(std::move(name)), record(std::move(r)) {
-        for (size_t i = 0; i < record.definition.triggers.size(); ++i) triggerIds.push_back(++lastTriggerId);
+        for (size_t i = 0; i < Triggers().size(); ++i) triggerIds_.push_back(++lastTriggerId_);
     }
     std::vector<TASK_TRIGGER>& Triggers() { return record.definition.triggers; }
     // The run state as a run or a stop left it, when the stored task is still this one.
     void Adopt(const jobs::Record& stored) {
         if (stored.identity == record.identity) record.run = stored.run;
     }
+
+    // A trigger's handle keeps to its trigger when an earlier one is deleted.
+    uint64_t HandleAt(size_t index) const { return triggerIds_[index]; }
+    TASK_TRIGGER* FindTrigger(uint64_t handle) {
+        for (size_t i = 0; i < triggerIds_.size(); ++i) {
+            if (triggerIds_[i] == handle) return &Triggers()[i];
+        }
+        return nullptr;
+    }
+    // The trigger appended; its handle.
+    uint64_t AddTrigger(const TASK_TRIGGER& trigger) {
+        Triggers().push_back(trigger);
+        triggerIds_.push_back(++lastTriggerId_);
+        return lastTriggerId_;
+    }
+    void DeleteTrigger(size_t index) {
+        Triggers().erase(Triggers().begin() + static_cast<ptrdiff_t>(index));
+        triggerIds_.erase(triggerIds_.begin() + static_cast<ptrdiff_t>(index));
+    }
+
+private:
+    std::vector<uint64_t> triggerIds_;  // parallel to the triggers
+    uint64_t lastTriggerId_ = 0;
 };
+
+// A new trigger before SetTrigger: today at this minute, daily, and disabled.
+TASK_TRIGGER NewTrigger(const SystemTime& now) {
+    TASK_TRIGGER t{};
+    t.cbTriggerSize = sizeof t;
+    t.wBeginYear = now.year;
+    t.wBeginMonth = now.month;
+    t.wBeginDay = now.day;
+    t.wStartHour = now.hour;
+    t.wStartMinute = now.minute;
+    t.TriggerType = kTriggerDaily;
+    t.Type.Daily.DaysInterval = 1;
+    t.rgFlags = kTriggerFlagDisabled;
+    return t;
+}
+
+// ---- What a task's record says of its runs.
+
+// The status word: running, disabled, never run, stopped, without a program,
+// or what its triggers leave.
+int32_t StatusOf(const jobs::Record& record) {
+    const jobs::RunState& run = record.run;
+    const jobs::Definition& definition = record.definition;
+    if (jobs::IsRunning(run)) return kTaskRunning;
+    if ((definition.flags & kTaskFlagDisabled) != 0) return kTaskDisabled;
+    if ((run.flags & jobs::kRunStarted) == 0) return kTaskHasNotRun;
+    if ((run.flags & jobs::kRunTerminated) != 0) return kTaskTerminated;
+    if (definition.application.empty()) return kTaskNotScheduled;
+    switch (NextTaskRun(definition.triggers, NowInstant(), SystemTimeZone(), record.identity).kind) {
+        case NextRunKind::kNoValidTriggers:
+            return kTaskNoValidTriggers;
+        case NextRunKind::kNoMoreRuns:
+            return kTaskNoMoreRuns;
+        default:
+            return kTaskReady;
+    }
+}
+
+// The coming run's time, or the status that says why there is none.
+int32_t NextRunOf(const jobs::Record& record, SystemTime* time) {
+    *time = SystemTime{};
+    if ((record.definition.flags & kTaskFlagDisabled) != 0) return kTaskDisabled;
+    const NextRun next = NextTaskRun(record.definition.triggers, NowInstant(), SystemTimeZone(), record.identity);
+    switch (next.kind) {
+        case NextRunKind::kTime:
+            *time = ToSystemTime(next.instant, SystemTimeZone());
+            return kOk;
+        case NextRunKind::kEventOnly:
+            return jobs::kEventTrigger;
+        case NextRunKind::kNoMoreRuns:
+            return kTaskNoMoreRuns;
+        default:
+            return kTaskNoValidTriggers;
+    }
+}
+
+// The exit code of the last run, and as the result what starting it gave.
+int32_t ExitCodeOf(const jobs::RunState& run, uint32_t* code) {
+    *code = 0;
+    if ((run.flags & jobs::kRunStarted) == 0) return kTaskHasNotRun;
+    *code = run.exitCode;
+    return run.startResult;
+}
+
+int32_t LastRunOf(const jobs::RunState& run, SystemTime* time) {
+    *time = SystemTime{};
+    if ((run.flags & jobs::kRunStarted) == 0) return kTaskHasNotRun;
+    *time = run.lastRun;
+    return kOk;
+}
+
+// ---- What the scheduler hands out.
 
 class JobTrigger final : public Trigger {
 public:
-    JobTrigger(std::shared_ptr<TaskState> task, uint64_t id) : task_(std::move(task)), id_(id) {}
+    JobTrigger(std::shared_ptr<TaskState> task, uint64_t handle) : task_(std::move(task)), handle_(handle) {}
 
     int32_t SetTrigger(const TASK_TRIGGER& trigger) override {
         if (!IsValidTrigger(trigger)) return kInvalidArgument;
-        TASK_TRIGGER* mine = Find();
+        TASK_TRIGGER* mine = task_->FindTrigger(handle_);
         if (mine == nullptr) return kTriggerNotFound;
         *mine = trigger;
         return kOk;
     }
     int32_t GetTrigger(TASK_TRIGGER* trigger) override {
         if (trigger == nullptr) return kInvalidArgument;
-        const TASK_TRIGGER* mine = Find();
+        const TASK_TRIGGER* mine = task_->FindTrigger(handle_);
         if (mine == nullptr) return kTriggerNotFound;
         *trigger = *mine;
         return kOk;
     }
 
 private:
-    TASK_TRIGGER* Find() {
-        for (size_t i = 0; i < task_->triggerIds.size(); ++i) {
-            if (task_->triggerIds[i] == id_) return &task_->Triggers()[i];
-        }
-        return nullptr;
-    }
     std::shared_ptr<TaskState> task_;
-    uint64_t id_;
+    uint64_t handle_;
 };
 
 class JobPersist final : public PersistFile {
@@ -138,6 +235,7 @@ class JobTask final : public Task {
 public:
     explicit JobTask(std::shared_ptr<TaskState> task) : task_(std::move(task)) {}
 
+    // ---- Its definition, changed in memory and stored by Save
     int32_t SetApplicationName(const char16_t* text) override { return SetText(text, &Definition().application); }
     int32_t SetCreator(const char16_t* text) override { return SetText(text, &Definition().creator); }
     int32_t SetComment(const char16_t* text) override { return SetText(text, &Definition().comment); }
@@ -166,6 +264,32 @@ public:
     }
     int32_t GetFlags(uint32_t* flags) override { return Out(flags, Definition().flags); }
 
+    int32_t GetAccountInformation(char16_t** text) override {
+        if (text == nullptr) return kInvalidArgument;
+        *text = nullptr;
+        if (!Definition().account) return kAccountInformationNotSet;
+        return HandOut(*Definition().account, text);
+    }
+    int32_t GetComment(char16_t** text) override { return GetText(Definition().comment, text); }
+    int32_t GetCreator(char16_t** text) override { return GetText(Definition().creator, text); }
+    int32_t GetApplicationName(char16_t** text) override { return GetText(Definition().application, text); }
+    int32_t GetParameters(char16_t** text) override { return GetText(Definition().parameters, text); }
+    int32_t GetWorkingDirectory(char16_t** text) override { return GetText(Definition().workingDirectory, text); }
+    int32_t GetWorkItemData(uint16_t* count, uint8_t** data) override {
+        if (count == nullptr || data == nullptr) return kInvalidArgument;
+        return HandOut(Definition().workItemData, count, data);
+    }
+
+    int32_t GetMaxRunTime(uint32_t* milliseconds) override { return Out(milliseconds, Definition().maxRunTime); }
+    int32_t GetPriority(uint32_t* priority) override { return Out(priority, Definition().priority); }
+    int32_t GetIdleWait(uint16_t* idleMinutes, uint16_t* deadlineMinutes) override {
+        if (idleMinutes == nullptr || deadlineMinutes == nullptr) return kInvalidArgument;
+        *idleMinutes = Definition().idleMinutes;
+        *deadlineMinutes = Definition().deadlineMinutes;
+        return kOk;
+    }
+
+    // ---- Its runs
     int32_t Run() override {
         jobs::Record after;
         const int32_t result = jobs::RunStoredTask(task_->store, task_->fileName, NowInstant(), &after);
@@ -180,133 +304,40 @@ public:
     }
     int32_t GetStatus(int32_t* status) override {
         if (status == nullptr) return kInvalidArgument;
-        const jobs::RunState& run = task_->record.run;
-        if (jobs::IsRunning(run)) {
-            *status = kTaskRunning;
-        } else if ((Definition().flags & kTaskFlagDisabled) != 0) {
-            *status = kTaskDisabled;
-        } else if ((run.flags & jobs::kRunStarted) == 0) {
-            *status = kTaskHasNotRun;
-        } else if ((run.flags & jobs::kRunTerminated) != 0) {
-            *status = kTaskTerminated;
-        } else if (Definition().application.empty()) {
-            *status = kTaskNotScheduled;
-        } else {
-            switch (NextTaskRun(Definition().triggers, NowInstant(), SystemTimeZone(), task_->record.identity).kind) {
-                case NextRunKind::kNoValidTriggers:
-                    *status = kTaskNoValidTriggers;
-                    break;
-                case NextRunKind::kNoMoreRuns:
-                    *status = kTaskNoMoreRuns;
-                    break;
-                default:
-                    *status = kTaskReady;
-            }
-        }
+        *status = StatusOf(task_->record);
         return kOk;
     }
-
-    int32_t GetAccountInformation(char16_t** text) override {
-        if (text == nullptr) return kInvalidArgument;
-        *text = nullptr;
-        if (!Definition().account) return kAccountInformationNotSet;
-        return HandOut(*Definition().account, text);
-    }
-    int32_t GetComment(char16_t** text) override { return GetText(Definition().comment, text); }
-    int32_t GetCreator(char16_t** text) override { return GetText(Definition().creator, text); }
-    int32_t GetApplicationName(char16_t** text) override { return GetText(Definition().application, text); }
-    int32_t GetParameters(char16_t** text) override { return GetText(Definition().parameters, text); }
-    int32_t GetWorkingDirectory(char16_t** text) override { return GetText(Definition().workingDirectory, text); }
-    int32_t GetWorkItemData(uint16_t* count, uint8_t** data) override {
-        if (count == nullptr || data == nullptr) return kInvalidArgument;
-        const std::vector<uint8_t>& bytes = Definition().workItemData;
-        *count = 0;
-        *data = nullptr;
-        if (bytes.empty()) return kOk;
-        *data = static_cast<uint8_t*>(std::malloc(bytes.size()));
-        if (*data == nullptr) return kOutOfMemory;
-        std::memcpy(*data, bytes.data(), bytes.size());
-        *count = static_cast<uint16_t>(bytes.size());
-        return kOk;
-    }
-
-    // The exit code of the last run, and as the result what starting it gave.
     int32_t GetExitCode(uint32_t* code) override {
-        if (code == nullptr) return kInvalidArgument;
-        const jobs::RunState& run = task_->record.run;
-        *code = 0;
-        if ((run.flags & jobs::kRunStarted) == 0) return kTaskHasNotRun;
-        *code = run.exitCode;
-        return run.startResult;
+        return code == nullptr ? kInvalidArgument : ExitCodeOf(task_->record.run, code);
     }
-    int32_t GetMaxRunTime(uint32_t* milliseconds) override { return Out(milliseconds, Definition().maxRunTime); }
-    int32_t GetPriority(uint32_t* priority) override { return Out(priority, Definition().priority); }
     int32_t GetMostRecentRunTime(SystemTime* time) override {
-        if (time == nullptr) return kInvalidArgument;
-        const jobs::RunState& run = task_->record.run;
-        *time = SystemTime{};
-        if ((run.flags & jobs::kRunStarted) == 0) return kTaskHasNotRun;
-        *time = run.lastRun;
-        return kOk;
+        return time == nullptr ? kInvalidArgument : LastRunOf(task_->record.run, time);
     }
     int32_t GetNextRunTime(SystemTime* time) override {
-        if (time == nullptr) return kInvalidArgument;
-        *time = SystemTime{};
-        if ((Definition().flags & kTaskFlagDisabled) != 0) return kTaskDisabled;
-        const NextRun next = NextTaskRun(Definition().triggers, NowInstant(), SystemTimeZone(), task_->record.identity);
-        switch (next.kind) {
-            case NextRunKind::kTime:
-                *time = ToSystemTime(next.instant, SystemTimeZone());
-                return kOk;
-            case NextRunKind::kEventOnly:
-                return jobs::kEventTrigger;
-            case NextRunKind::kNoMoreRuns:
-                return kTaskNoMoreRuns;
-            default:
-                return kTaskNoValidTriggers;
-        }
-    }
-    int32_t GetIdleWait(uint16_t* idleMinutes, uint16_t* deadlineMinutes) override {
-        if (idleMinutes == nullptr || deadlineMinutes == nullptr) return kInvalidArgument;
-        *idleMinutes = Definition().idleMinutes;
-        *deadlineMinutes = Definition().deadlineMinutes;
-        return kOk;
+        return time == nullptr ? kInvalidArgument : NextRunOf(task_->record, time);
     }
 
+    // ---- Its triggers
     int32_t GetTriggerCount(uint16_t* count) override {
         return Out(count, static_cast<uint16_t>(task_->Triggers().size()));
     }
     int32_t CreateTrigger(uint16_t* index, std::unique_ptr<Trigger>* trigger) override {
         if (index == nullptr || trigger == nullptr) return kInvalidArgument;
         if (task_->Triggers().size() >= 0xFFFF) return kOutOfMemory;
-        // Today at this minute, daily, and disabled until SetTrigger says otherwise.
-        const SystemTime now = ToSystemTime(NowInstant(), SystemTimeZone());
-        TASK_TRIGGER t{};
-        t.cbTriggerSize = sizeof t;
-        t.wBeginYear = now.year;
-        t.wBeginMonth = now.month;
-        t.wBeginDay = now.day;
-        t.wStartHour = now.hour;
-        t.wStartMinute = now.minute;
-        t.TriggerType = kTriggerDaily;
-        t.Type.Daily.DaysInterval = 1;
-        t.rgFlags = kTriggerFlagDisabled;
-        task_->Triggers().push_back(t);
-        task_->triggerIds.push_back(++task_->lastTriggerId);
+        const uint64_t handle = task_->AddTrigger(NewTrigger(ToSystemTime(NowInstant(), SystemTimeZone())));
         *index = static_cast<uint16_t>(task_->Triggers().size() - 1);
-        *trigger = std::make_unique<JobTrigger>(task_, task_->lastTriggerId);
+        *trigger = std::make_unique<JobTrigger>(task_, handle);
         return kOk;
     }
     int32_t GetTrigger(uint16_t index, std::unique_ptr<Trigger>* trigger) override {
         if (trigger == nullptr) return kInvalidArgument;
         if (index >= task_->Triggers().size()) return kTriggerNotFound;
-        *trigger = std::make_unique<JobTrigger>(task_, task_->triggerIds[index]);
+        *trigger = std::make_unique<JobTrigger>(task_, task_->HandleAt(index));
         return kOk;
     }
     int32_t DeleteTrigger(uint16_t index) override {
         if (index >= task_->Triggers().size()) return kTriggerNotFound;
-        task_->Triggers().erase(task_->Triggers().begin() + index);
-        task_->triggerIds.erase(task_->triggerIds.begin() + index);
+        task_->DeleteTrigger(index);
         return kOk;
     }
     int32_t GetTriggerString(uint16_t index, char16_t** text) override {

@@ -1,5 +1,6 @@
 // Task listing and information: vrn_Wts_TaskEnum and vrn_Wts_TaskInfo, one
 // row of 20 columns per task.
+#include <array>
 #include <cstdint>
 #include <cstring>
 #include <memory>
@@ -10,6 +11,7 @@
 #include "frame/procedure.h"
 #include "tasks/connection.h"
 #include "tasks/params.h"
+#include "tasks/row_set.h"
 #include "tasks/scheduler.h"
 #include "tasks/task_info.h"
 
@@ -19,13 +21,49 @@ namespace {
 
 // ---- Reading one task -----------------------------------------------------------
 
-using WideMemory = SchedulerMemory<char16_t>;
+// What one read of the scheduler works on. The wide text of the parameters
+// outlives the reads, for the parsing that follows them.
+struct TaskReading {
+    Task& task;
+    SchedulerSource& source;
+    TaskInfo& info;
+    SchedulerMemory<char16_t>& parameters;
+};
 
-int32_t ReadText(Task& task, int32_t (Task::*get)(char16_t**), WideMemory& wide, NarrowText* into) {
-    const int32_t result = (task.*get)(wide.Out());
-    if (!Failed(result)) *into = NarrowCopy(wide.Get());
+using TaskRead = int32_t (*)(TaskReading& reading);
+
+template <auto get, auto member>
+int32_t ReadText(TaskReading& r) {
+    SchedulerMemory<char16_t> wide(r.source);
+    const int32_t result = (r.task.*get)(wide.Out());
+    if (!Failed(result)) r.info.*member = NarrowCopy(wide.Get());
     return result;
 }
+
+int32_t ReadParameters(TaskReading& r) {
+    const int32_t result = r.task.GetParameters(r.parameters.Out());
+    if (!Failed(result)) r.info.Parameters = NarrowCopy(r.parameters.Get());
+    return result;
+}
+
+// An integer or a time, written by the scheduler into the record.
+template <auto get, auto member>
+int32_t ReadValue(TaskReading& r) {
+    return (r.task.*get)(&(r.info.*member));
+}
+
+int32_t ReadWorkItemData(TaskReading& r) {
+    SchedulerMemory<uint8_t> data(r.source);
+    uint16_t count = 0;
+    const int32_t result = r.task.GetWorkItemData(&count, data.Out());
+    if (Failed(result) || count == 0 || data.Get() == nullptr) return result;
+    r.info.WorkItemData.reset(static_cast<uint8_t*>(AllocateCleared(count)));
+    std::memcpy(r.info.WorkItemData.get(), data.Get(), count);
+    r.info.WorkItemDataLength = count;
+    return result;
+}
+
+int32_t ReadIdleWait(TaskReading& r) { return r.task.GetIdleWait(&r.info.IdleMinutes, &r.info.DeadlineMinutes); }
 
 const char16_t* Find(const char16_t* text, std::u16string_view what) {
     const std::u16string_view whole(text);
@@ -38,7 +76,6 @@ NarrowText WordAt(const char16_t* start) {
     const std::u16string_view rest(start);
     return NarrowCopy(std::u16string(rest.substr(0, rest.find(u' '))).c_str());
 }
-
 
 constexpr size_t kIdentifierLength = 36;
 
@@ -63,46 +100,80 @@ void ParseTaskParameters(TaskInfo* info, const char16_t* parameters, const char1
     if (const char16_t* ditta = Find(parameters, kDitta)) info->Ditta = WordAt(ditta + kDitta.size());
 }
 
-int32_t ReadWorkItemData(Task& task, SchedulerSource& source, TaskInfo* info) {
-    SchedulerMemory<uint8_t> data(source);
-    uint16_t count = 0;
-    const int32_t result = task.GetWorkItemData(&count, data.Out());
-    if (Failed(result) || count == 0 || data.Get() == nullptr) return result;
-    info->WorkItemData.reset(static_cast<uint8_t*>(AllocateCleared(count)));
-    std::memcpy(info->WorkItemData.get(), data.Get(), count);
-    info->WorkItemDataLength = count;
-    return result;
-}
-
 // ---- The row ---------------------------------------------------------------------
 
-constexpr ColumnShape kTaskColumns[] = {
-    {"TaskName", SRVBIGVARCHAR, 260, SRVCHAR, 0},
-    {"Ud_Task", SRVBIGVARCHAR, 36, SRVCHAR, 0},
-    {"Ditta", SRVBIGVARCHAR, 260, SRVCHAR, 0},
-    {"AccountInformation", SRVBIGVARCHAR, 128, SRVCHAR, 0},
-    {"Comment", SRVTEXT, 0, SRVCHAR, 0},
-    {"Creator", SRVBIGVARCHAR, 128, SRVCHAR, 0},
-    {"ApplicationName", SRVBIGVARCHAR, 128, SRVCHAR, 0},
-    {"Parameters", SRVTEXT, 0, SRVCHAR, 0},
-    {"WorkingDirectory", SRVBIGVARCHAR, 260, SRVCHAR, 0},
-    {"WorkItemData", SRVBIGVARBINARY, 512, SRVBIGVARBINARY, 0},
-    {"Status", SRVINT4, 0, SRVINT4, 0},
-    {"ExitCode", SRVINT4, 0, SRVINT4, 0},
-    {"Flags", SRVINT4, 0, SRVINT4, 0},
-    {"LastRun", SRVDATETIMN, 8, SRVDATETIMN, 8},
-    {"NextRun", SRVDATETIMN, 8, SRVDATETIMN, 8},
-    {"TriggerCount", SRVINT4, 0, SRVINT2, 0},
-    {"MaxRunTime", SRVINT4, 0, SRVINT4, 0},
-    {"Priority", SRVINT4, 0, SRVINT4, 0},
-    {"IdleWait_IdleMin", SRVINT4, 0, SRVINT2, 0},
-    {"IdleWait_DeadlineMin", SRVINT4, 0, SRVINT2, 0},
+ColumnValue WorkItemDataValue(const TaskInfo& info, SqlDateTime*) {
+    return {info.WorkItemData.get(), info.WorkItemDataLength};
+}
+
+// A column of the row: its shape, its value in the record, and the read of
+// the scheduler that fills it, with its place among the reads (1 to 16). The
+// name, what the parameters give and the idle deadline (read with the idle
+// minutes) have no read of their own: 0 and null.
+struct TaskColumn {
+    ColumnShape shape;
+    ColumnReader<TaskInfo> value;
+    int readOrder;
+    TaskRead read;
 };
 
-void SetTextColumn(SRV_PROC* srvproc, int column, const NarrowText& text) {
-    (void)srv_setcoldata(srvproc, column, text.get());
-    (void)srv_setcollen(srvproc, column, text ? static_cast<int>(std::strlen(text.get())) : 0);
-}
+constexpr TaskColumn kTaskColumns[] = {
+    {{"TaskName", SRVBIGVARCHAR, 260, SRVCHAR, 0}, TextValue<&TaskInfo::TaskName>, 0, nullptr},
+    {{"Ud_Task", SRVBIGVARCHAR, 36, SRVCHAR, 0}, TextValue<&TaskInfo::UdTask>, 0, nullptr},
+    {{"Ditta", SRVBIGVARCHAR, 260, SRVCHAR, 0}, TextValue<&TaskInfo::Ditta>, 0, nullptr},
+    {{"AccountInformation", SRVBIGVARCHAR, 128, SRVCHAR, 0}, TextValue<&TaskInfo::AccountInformation>,
+     1, ReadText<&Task::GetAccountInformation, &TaskInfo::AccountInformation>},
+    {{"Comment", SRVTEXT, 0, SRVCHAR, 0}, TextValue<&TaskInfo::Comment>,
+     2, ReadText<&Task::GetComment, &TaskInfo::Comment>},
+    {{"Creator", SRVBIGVARCHAR, 128, SRVCHAR, 0}, TextValue<&TaskInfo::Creator>,
+     3, ReadText<&Task::GetCreator, &TaskInfo::Creator>},
+    {{"ApplicationName", SRVBIGVARCHAR, 128, SRVCHAR, 0}, TextValue<&TaskInfo::ApplicationName>,
+     5, ReadText<&Task::GetApplicationName, &TaskInfo::ApplicationName>},
+    {{"Parameters", SRVTEXT, 0, SRVCHAR, 0}, TextValue<&TaskInfo::Parameters>,
+     6, ReadParameters},
+    {{"WorkingDirectory", SRVBIGVARCHAR, 260, SRVCHAR, 0}, TextValue<&TaskInfo::WorkingDirectory>,
+     7, ReadText<&Task::GetWorkingDirectory, &TaskInfo::WorkingDirectory>},
+    {{"WorkItemData", SRVBIGVARBINARY, 512, SRVBIGVARBINARY, 0}, WorkItemDataValue,
+     8, ReadWorkItemData},
+    {{"Status", SRVINT4, 0, SRVINT4, 0}, IntegerValue<&TaskInfo::Status>,
+     13, ReadValue<&Task::GetStatus, &TaskInfo::Status>},
+    {{"ExitCode", SRVINT4, 0, SRVINT4, 0}, IntegerValue<&TaskInfo::ExitCode>,
+     9, ReadValue<&Task::GetExitCode, &TaskInfo::ExitCode>},
+    {{"Flags", SRVINT4, 0, SRVINT4, 0}, IntegerValue<&TaskInfo::Flags>,
+     10, ReadValue<&Task::GetFlags, &TaskInfo::Flags>},
+    {{"LastRun", SRVDATETIMN, 8, SRVDATETIMN, 8}, TimeValue<&TaskInfo::LastRun>,
+     11, ReadValue<&Task::GetMostRecentRunTime, &TaskInfo::LastRun>},
+    {{"NextRun", SRVDATETIMN, 8, SRVDATETIMN, 8}, TimeValue<&TaskInfo::NextRun>,
+     12, ReadValue<&Task::GetNextRunTime, &TaskInfo::NextRun>},
+    {{"TriggerCount", SRVINT4, 0, SRVINT2, 0}, IntegerValue<&TaskInfo::TriggerCount>,
+     4, ReadValue<&Task::GetTriggerCount, &TaskInfo::TriggerCount>},
+    {{"MaxRunTime", SRVINT4, 0, SRVINT4, 0}, IntegerValue<&TaskInfo::MaxRunTime>,
+     14, ReadValue<&Task::GetMaxRunTime, &TaskInfo::MaxRunTime>},
+    {{"Priority", SRVINT4, 0, SRVINT4, 0}, IntegerValue<&TaskInfo::Priority>,
+     15, ReadValue<&Task::GetPriority, &TaskInfo::Priority>},
+    {{"IdleWait_IdleMin", SRVINT4, 0, SRVINT2, 0}, IntegerValue<&TaskInfo::IdleMinutes>,
+     16, ReadIdleWait},
+    {{"IdleWait_DeadlineMin", SRVINT4, 0, SRVINT2, 0}, IntegerValue<&TaskInfo::DeadlineMinutes>, 0, nullptr},
+};
+
+constexpr size_t kTaskReads = 16;
+
+// The columns in the order of their reads; every place from 1 to 16 is taken once.
+constexpr std::array<size_t, kTaskReads> kReadSequence = [] {
+    std::array<size_t, kTaskReads> sequence{};
+    std::array<int, kTaskReads> taken{};
+    for (size_t i = 0; i < std::size(kTaskColumns); ++i) {
+        const TaskColumn& c = kTaskColumns[i];
+        if (c.readOrder < 0 || c.readOrder > static_cast<int>(kTaskReads)) throw "a read out of its places";
+        if (c.readOrder == 0) continue;
+        sequence[c.readOrder - 1] = i;
+        ++taken[c.readOrder - 1];
+    }
+    for (int t : taken) {
+        if (t != 1) throw "a place of the reads not taken once";
+    }
+    return sequence;
+}();
 
 // ---- vrn_Wts_TaskEnum --------------------------------------------------------------
 
@@ -179,72 +250,29 @@ NarrowText NarrowCopy(const char16_t* text) {
 int32_t ReadTaskInfo(TaskInfo* info, Scheduler& scheduler, SchedulerSource& source, const char16_t* name) {
     *info = TaskInfo{};
     std::unique_ptr<Task> task;
-    int32_t result = scheduler.Activate(name, &task);
-    if (Failed(result)) return result;
+    const int32_t activated = scheduler.Activate(name, &task);
+    if (Failed(activated)) return activated;
     info->TaskName = NarrowCopy(name);
 
-    WideMemory account(source), comment(source), creator(source), application(source), parameters(source),
-        directory(source);
-    Task& t = *task;
-    auto step = [&result](int32_t r) { return !Failed(result = r); };
+    SchedulerMemory<char16_t> parameters(source);
+    TaskReading reading{*task, source, *info, parameters};
     // The order of the reads is the scheduler's to see; the first failure ends it.
-    const bool read = step(ReadText(t, &Task::GetAccountInformation, account, &info->AccountInformation)) &&
-                      step(ReadText(t, &Task::GetComment, comment, &info->Comment)) &&
-                      step(ReadText(t, &Task::GetCreator, creator, &info->Creator)) &&
-                      step(t.GetTriggerCount(&info->TriggerCount)) &&
-                      step(ReadText(t, &Task::GetApplicationName, application, &info->ApplicationName)) &&
-                      step(ReadText(t, &Task::GetParameters, parameters, &info->Parameters)) &&
-                      step(ReadText(t, &Task::GetWorkingDirectory, directory, &info->WorkingDirectory)) &&
-                      step(ReadWorkItemData(t, source, info)) && step(t.GetExitCode(&info->ExitCode)) &&
-                      step(t.GetFlags(&info->Flags)) && step(t.GetMostRecentRunTime(&info->LastRun)) &&
-                      step(t.GetNextRunTime(&info->NextRun)) && step(t.GetStatus(&info->Status)) &&
-                      step(t.GetMaxRunTime(&info->MaxRunTime)) && step(t.GetPriority(&info->Priority)) &&
-                      step(t.GetIdleWait(&info->IdleMinutes, &info->DeadlineMinutes));
-    if (!read) return result;
+    for (const size_t column : kReadSequence) {
+        const int32_t result = kTaskColumns[column].read(reading);
+        if (Failed(result)) return result;
+    }
     ParseTaskParameters(info, parameters.Get(), name);
     return kOk;
 }
 
-void ReleaseTaskInfo(TaskInfo* info) {
-    for (NarrowText* text : {&info->TaskName, &info->UdTask, &info->Ditta, &info->AccountInformation, &info->Comment,
-                             &info->Creator, &info->ApplicationName, &info->Parameters, &info->WorkingDirectory}) {
-        text->reset();
-    }
-    info->WorkItemData.reset();
-}
+void ReleaseTaskInfo(TaskInfo* info) { *info = TaskInfo{}; }
 
 void SendTaskRow(const TaskInfo* info, SRV_PROC* srvproc, bool describe) {
     if (describe) {
-        DescribeColumns(srvproc, kTaskColumns);
-        return;
+        DescribeRow(srvproc, kTaskColumns);
+    } else {
+        SendRow<kTaskColumns>(srvproc, *info, LengthsGo::kWithEachValue);
     }
-    SqlDateTime lastRun{}, nextRun{};
-    int32_t lastRunNull = 0, nextRunNull = 0;
-    SystemTimeToSqlDateTime(info->LastRun, &lastRun, &lastRunNull);
-    SystemTimeToSqlDateTime(info->NextRun, &nextRun, &nextRunNull);
-
-    int column = 1;
-    for (const NarrowText* text : {&info->TaskName, &info->UdTask, &info->Ditta, &info->AccountInformation,
-                                   &info->Comment, &info->Creator, &info->ApplicationName, &info->Parameters,
-                                   &info->WorkingDirectory}) {
-        SetTextColumn(srvproc, column++, *text);
-    }
-    (void)srv_setcoldata(srvproc, 10, info->WorkItemData.get());
-    (void)srv_setcollen(srvproc, 10, info->WorkItemDataLength);
-    // Integers go by their source type's width, with no length of their own.
-    (void)srv_setcoldata(srvproc, 11, const_cast<int32_t*>(&info->Status));
-    (void)srv_setcoldata(srvproc, 12, const_cast<uint32_t*>(&info->ExitCode));
-    (void)srv_setcoldata(srvproc, 13, const_cast<uint32_t*>(&info->Flags));
-    (void)srv_setcoldata(srvproc, 14, &lastRun);
-    (void)srv_setcollen(srvproc, 14, lastRunNull ? 0 : sizeof lastRun);
-    (void)srv_setcoldata(srvproc, 15, &nextRun);
-    (void)srv_setcollen(srvproc, 15, nextRunNull ? 0 : sizeof nextRun);
-    (void)srv_setcoldata(srvproc, 16, const_cast<uint16_t*>(&info->TriggerCount));
-    (void)srv_setcoldata(srvproc, 17, const_cast<uint32_t*>(&info->MaxRunTime));
-    (void)srv_setcoldata(srvproc, 18, const_cast<uint32_t*>(&info->Priority));
-    (void)srv_setcoldata(srvproc, 19, const_cast<uint16_t*>(&info->IdleMinutes));
-    (void)srv_setcoldata(srvproc, 20, const_cast<uint16_t*>(&info->DeadlineMinutes));
-    (void)srv_sendrow(srvproc);
 }
 
 }  // namespace vrn::tasks

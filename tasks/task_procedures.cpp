@@ -45,18 +45,20 @@ int32_t OpenForCreation(Scheduler& scheduler, const TaskDefinition& d, std::uniq
     return Failed(activated) ? scheduler.NewWorkItem(d.name, task) : activated;
 }
 
-// The properties in their fixed order; the first failure ends it.
+// The properties in their fixed order, each the client gave; the first failure ends it.
 int32_t SetTaskProperties(Task& task, const TaskDefinition& d) {
     int32_t result = kOk;
-    auto step = [&result](int32_t r) { return !Failed(result = r); };
-    (void)((d.applicationName == nullptr || step(task.SetApplicationName(d.applicationName))) &&
-           (d.account == nullptr || step(task.SetAccountInformation(d.account, d.password))) &&
-           step(task.SetCreator(d.creator)) && (d.comment == nullptr || step(task.SetComment(d.comment))) &&
-           (d.workingDirectory == nullptr || step(task.SetWorkingDirectory(d.workingDirectory))) &&
-           (d.parameters == nullptr || step(task.SetParameters(d.parameters))) &&
-           (d.workItemData == nullptr || d.workItemDataCount == 0 ||
-            step(task.SetWorkItemData(d.workItemDataCount, d.workItemData))) &&
-           step(task.SetMaxRunTime(MinutesToMilliseconds(d.maxRunTimeMinutes))) && step(task.SetFlags(d.flags)));
+    if (d.applicationName != nullptr) result = task.SetApplicationName(d.applicationName);
+    if (!Failed(result) && d.account != nullptr) result = task.SetAccountInformation(d.account, d.password);
+    if (!Failed(result)) result = task.SetCreator(d.creator);
+    if (!Failed(result) && d.comment != nullptr) result = task.SetComment(d.comment);
+    if (!Failed(result) && d.workingDirectory != nullptr) result = task.SetWorkingDirectory(d.workingDirectory);
+    if (!Failed(result) && d.parameters != nullptr) result = task.SetParameters(d.parameters);
+    if (!Failed(result) && d.workItemData != nullptr && d.workItemDataCount != 0) {
+        result = task.SetWorkItemData(d.workItemDataCount, d.workItemData);
+    }
+    if (!Failed(result)) result = task.SetMaxRunTime(MinutesToMilliseconds(d.maxRunTimeMinutes));
+    if (!Failed(result)) result = task.SetFlags(d.flags);
     return result;
 }
 

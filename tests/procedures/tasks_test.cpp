@@ -112,6 +112,17 @@ TEST_F(TasksTest, CallsInTheirOrder) {
         {"vrn_Wts_TriggerUpdate", Weekly(u"D", Int(0), 6, 5, 42), "0 D",
          {"Activate D", "QueryPersistFile", "GetTrigger 0",
           "SetTrigger 2007-1-1 to 0-0-0 at 6:05 type 2 every 1 days 42 flags 0", "Save null,true"}},
+        // A row's sixteen reads, in the scheduler's order rather than the columns'.
+        {"vrn_Wts_TaskInfo", {NVarChar(u"D")}, "0 C20 R D1",
+         {"Activate D", "GetAccountInformation", "GetComment", "GetCreator", "GetTriggerCount", "GetApplicationName",
+          "GetParameters", "GetWorkingDirectory", "GetWorkItemData", "GetExitCode", "GetFlags", "GetMostRecentRunTime",
+          "GetNextRunTime", "GetStatus", "GetMaxRunTime", "GetPriority", "GetIdleWait"}},
+        {"vrn_Wts_TriggerCreate", Weekly(u"D", Output(Int(7)), 23, 59, 128), "0 O2=1 D",
+         {"Activate D", "QueryPersistFile", "CreateTrigger",
+          "SetTrigger 2007-1-1 to 2007-1-1 at 23:59 type 2 every 1 days 127 flags 1", "Save null,true"}},
+        {"vrn_Wts_TriggerEnum", {NVarChar(u"D")}, "0 C16 R R D2 D",
+         {"Activate D", "GetTriggerCount", "GetTrigger 0", "Trigger.GetTrigger", "GetTriggerString 0", "GetTrigger 1",
+          "Trigger.GetTrigger", "GetTriggerString 1"}},
         {"vrn_Wts_TaskDelete", {NVarChar(u"D")}, "0 D", {"Delete D"}},
     };
     for (const auto& c : cases) {
