@@ -43,36 +43,46 @@ postmaster=$(head -n 1 "$VRN_PG_DIR/data/postmaster.pid")
 cpu() {  # PID -> its processor time and that of its children gone, in ticks
   awk '{ print $14 + $15 + $16 + $17 }' "/proc/$1/stat"
 }
-# One run of each side: calls per second and microseconds of the server's processor per call.
+# One run of each side: calls per second, and microseconds of processor
+# per call of the server and of the client (PostgreSQL's with its backends'
+# start, which trust authentication keeps to a few milliseconds each; ours
+# from when every connection has logged in).
+TIMEFORMAT='%U %S'
 ours() {
-  local before after rate
-  before=$(cpu "$pid")
-  rate=$("$build/bench/tds_rpc" "$port" bench "$seconds" - "$1" | awk '{ print $3 }')
-  after=$(cpu "$pid")
-  awk -v r="$rate" -v t=$((after - before)) -v hz="$ticks" -v s="$seconds" 'BEGIN { printf "%.0f %.1f", r, t / hz * 1e6 / (r * s) }'
+  local out clock
+  clock=$( { time VRN_SERVER_PID=$pid "$build/bench/tds_rpc" "$port" bench "$seconds" - "$1" >"$work/ours"; } 2>&1)
+  out=$(sed -n 's/.* \([0-9]*\) calls\/s .*server.s \([0-9.]*\) µs a call.*/\1 \2/p' "$work/ours")
+  [ -n "$out" ] || return 0
+  echo "$out $clock" | awk -v s="$seconds" '{ printf "%s %s %.1f", $1, $2, ($3 + $4) * 1e6 / ($1 * s) }'
 }
 theirs() {
-  local before after rate
+  local before after rate clock
   before=$(cpu "$postmaster")
-  rate=$("$pgbench" -n -M prepared -h 127.0.0.1 -p "$PGPORT" -U postgres -c "$1" -j "$1" -T "$seconds" \
-    -f "$work/call.sql" postgres 2>&1 | awk '/^tps/ { printf "%.0f", $3 }')
+  clock=$( { time "$pgbench" -n -M prepared -h 127.0.0.1 -p "$PGPORT" -U postgres -c "$1" -j "$1" -T "$seconds" \
+    -f "$work/call.sql" postgres >"$work/theirs" 2>&1; } 2>&1)
+  rate=$(awk '/^tps/ { printf "%.0f", $3 }' "$work/theirs")
+  [ -n "$rate" ] || return 0
   sleep 0.2  # the backends gone, their time is the postmaster's
   after=$(cpu "$postmaster")
-  awk -v r="$rate" -v t=$((after - before)) -v hz="$ticks" -v s="$seconds" 'BEGIN { printf "%.0f %.1f", r, t / hz * 1e6 / (r * s) }'
+  echo "$clock" | awk -v r="$rate" -v t=$((after - before)) -v hz="$ticks" -v s="$seconds" \
+    '{ printf "%.0f %.1f %.1f", r, t / hz * 1e6 / (r * s), ($1 + $2) * 1e6 / (r * s) }'
 }
 
 "$build/bench/tds_rpc" "$port" bench "$seconds" "$build/libvrn.so"
-printf '%-12s %12s %12s %7s %14s %14s\n' connections vrn-server PostgreSQL ratio 'µs/call ours' 'µs/call theirs'
+echo "calls per second, and microseconds of processor a call: the server's (vrn-server / PostgreSQL)"
+echo "and the client's (FreeTDS / pgbench)"
+printf '%-11s %11s %11s %6s  %-15s %-15s\n' connections vrn-server PostgreSQL ratio 'server µs' 'client µs'
 for n in "${counts[@]}"; do
   # The best of a few turns each: a busy machine only ever slows a run down.
-  best_ours=(0 0) best_theirs=(0 0)
+  best_ours=(0 0 0) best_theirs=(0 0 0)
   for _ in $(seq "$rounds"); do
     read -r -a run <<<"$(ours "$n")"
-    [ -n "${run[0]}" ] && [ "${run[0]}" -gt "${best_ours[0]}" ] && best_ours=("${run[@]}")
+    [ -n "${run[0]:-}" ] && [ "${run[0]}" -gt "${best_ours[0]}" ] && best_ours=("${run[@]}")
     read -r -a run <<<"$(theirs "$n")"
-    [ -n "${run[0]}" ] && [ "${run[0]}" -gt "${best_theirs[0]}" ] && best_theirs=("${run[@]}")
+    [ -n "${run[0]:-}" ] && [ "${run[0]}" -gt "${best_theirs[0]}" ] && best_theirs=("${run[@]}")
   done
   [ "${best_ours[0]}" -gt 0 ] && [ "${best_theirs[0]}" -gt 0 ] || { echo "tds-bench: a run failed" >&2; exit 1; }
-  awk -v n="$n" -v a="${best_ours[0]}" -v b="${best_theirs[0]}" -v ca="${best_ours[1]}" -v cb="${best_theirs[1]}" \
-    'BEGIN { printf "%-12s %12s %12s %7.2f %14s %14s\n", n, a, b, a / b, ca, cb }'
+  awk -v n="$n" -v a="${best_ours[*]}" -v b="${best_theirs[*]}" 'BEGIN {
+    split(a, o, " "); split(b, t, " ")
+    printf "%-11s %11s %11s %6.2f  %-15s %-15s\n", n, o[1], t[1], o[1] / t[1], o[2] " / " t[2], o[3] " / " t[3] }'
 done

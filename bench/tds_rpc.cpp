@@ -4,7 +4,8 @@
 // host, the yardstick of what the network and the protocol add. Run by
 // bench/tds-bench.sh, which runs pgbench beside it:
 //   tds_rpc PORT USER SECONDS LIBRARY|- CONNECTIONS...   (password in $VRN_PASSWORD)
-// A LIBRARY of - leaves the yardstick out.
+// A LIBRARY of - leaves the yardstick out; with $VRN_SERVER_PID, the server's
+// processor time per call is given too, the logins left out.
 #include <sybfront.h>
 #include <sybdb.h>
 
@@ -103,8 +104,23 @@ bool Call(DBPROCESS* db) {
     _exit(0);
 }
 
+// The processor time of process pid so far, in seconds; 0 when it can't be read.
+double ProcessorTime(pid_t pid) {
+    FILE* f = std::fopen(("/proc/" + std::to_string(pid) + "/stat").c_str(), "r");
+    if (!f) return 0;
+    char line[1024] = {};
+    const bool read = std::fgets(line, sizeof line, f) != nullptr;
+    std::fclose(f);
+    const char* fields = read ? std::strrchr(line, ')') : nullptr;  // the name may hold blanks
+    unsigned long user = 0, system = 0;
+    if (!fields || std::sscanf(fields + 2, "%*c %*d %*d %*d %*d %*d %*u %*u %*u %*u %*u %lu %lu", &user, &system) != 2) return 0;
+    return static_cast<double>(user + system) / static_cast<double>(sysconf(_SC_CLK_TCK));
+}
+
 // Calls per second over n connections at once; a negative value at a failure.
-double Rate(const std::string& server, const char* user, const char* password, double seconds, int n, long& total) {
+// serverTime: the server's (pid) processor time while the calls ran, logins left out.
+double Rate(const std::string& server, const char* user, const char* password, double seconds, int n, long& total,
+            pid_t serverPid, double& serverTime) {
     int ready[2], go[2], result[2];
     if (pipe(ready) || pipe(go) || pipe(result)) return -1;
     std::vector<pid_t> children;
@@ -124,6 +140,7 @@ double Rate(const std::string& server, const char* user, const char* password, d
         char byte = 0;
         ok = read(ready[0], &byte, 1) == 1 && byte == 1 && ok;
     }
+    const double serverBefore = serverPid ? ProcessorTime(serverPid) : 0;
     close(go[1]);  // every child starts now
     total = 0;
     for (size_t c = 0; c < children.size(); ++c) {
@@ -131,6 +148,7 @@ double Rate(const std::string& server, const char* user, const char* password, d
         ok = read(result[0], &calls, sizeof calls) == static_cast<ssize_t>(sizeof calls) && calls >= 0 && ok;
         total += calls;
     }
+    serverTime = serverPid ? ProcessorTime(serverPid) - serverBefore : 0;
     for (pid_t child : children) waitpid(child, nullptr, 0);
     close(ready[0]);
     close(result[0]);
@@ -160,6 +178,8 @@ int main(int argc, char** argv) {
         return 2;
     }
     const char* password = std::getenv("VRN_PASSWORD");
+    const char* serverPidText = std::getenv("VRN_SERVER_PID");
+    const pid_t serverPid = serverPidText ? static_cast<pid_t>(std::atoi(serverPidText)) : 0;
     const std::string server = std::string("127.0.0.1:") + argv[1];
     const double seconds = std::atof(argv[3]);
     const bool measureYardstick = std::strcmp(argv[4], "-") != 0;
@@ -169,7 +189,8 @@ int main(int argc, char** argv) {
     for (int i = 5; i < argc; ++i) {
         const int connections = std::atoi(argv[i]);
         long total = 0;
-        const double rate = Rate(server, argv[2], password ? password : "", seconds, connections, total);
+        double serverTime = 0;
+        const double rate = Rate(server, argv[2], password ? password : "", seconds, connections, total, serverPid, serverTime);
         if (rate < 0) {
             std::fprintf(stderr, "tds_rpc: a connection failed\n");
             return 1;
@@ -177,6 +198,7 @@ int main(int argc, char** argv) {
         const std::string label = std::to_string(connections) + (connections == 1 ? " connection" : " connections");
         std::printf("%-26s %10.0f calls/s  (%ld calls", label.c_str(), rate, total);
         if (measureYardstick) std::printf("; the yardstick's %.4f", rate / yardstick);
+        if (serverPid && total > 0) std::printf("; the server's %.1f µs a call", serverTime * 1e6 / static_cast<double>(total));
         std::printf(")\n");
         std::fflush(stdout);
     }
