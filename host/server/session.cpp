@@ -213,11 +213,7 @@ public:
     // An attention the client sent while its request ran, taken off the wire.
     bool TakeAttention() {
         uint8_t header[tds::kHeaderSize];
-        if (tls_) {
-            if (Peek(header) != Peeked::Attention) return false;
-        } else if (PeekPlain(header) != Peeked::Attention) {
-            return false;
-        }
+        if (PeekNext(header) != Peeked::Attention) return false;
         const tds::PacketHeader h = tds::ReadPacketHeader(header);
         if (h.type != tds::kAttention || h.length < tds::kHeaderSize) return false;
         Bytes packet(h.length);
@@ -230,38 +226,26 @@ public:
         for (;;) {
             const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
             if (left.count() <= 0) return true;
-            if (tls_) {
-                uint8_t header[tds::kHeaderSize];
-                switch (Peek(header)) {
-                case Peeked::Attention:
-                case Peeked::Gone: return false;
-                case Peeked::Other:
-                    std::this_thread::sleep_for(left);
-                    return true;
-                case Peeked::Nothing: break;
-                }
+            uint8_t header[tds::kHeaderSize];
+            switch (PeekNext(header)) {
+            case Peeked::Attention:
+            case Peeked::Gone: return false;
+            case Peeked::Other:
+                // Something else arrived early: it waits its turn.
+                std::this_thread::sleep_for(left);
+                return true;
+            case Peeked::Nothing: break;
             }
             pollfd p{fd_, POLLIN, 0};
             const int ready = poll(&p, 1, static_cast<int>(std::min<int64_t>(left.count(), 1000)));
-            if (ready > 0) {
-                if (p.revents & (POLLHUP | POLLERR)) return false;
-                if (tls_) continue;  // the peek above reads it
-                uint8_t header[tds::kHeaderSize];
-                switch (PeekPlain(header)) {
-                case Peeked::Attention:
-                case Peeked::Gone: return false;
-                case Peeked::Other:
-                    // Something else arrived early: it waits its turn.
-                    std::this_thread::sleep_for(left);
-                    return true;
-                case Peeked::Nothing: break;
-                }
-            }
+            if (ready > 0 && (p.revents & (POLLHUP | POLLERR))) return false;
         }
     }
 
 private:
     enum class Peeked { Nothing, Attention, Other, Gone };
+
+    Peeked PeekNext(uint8_t (&header)[tds::kHeaderSize]) { return tls_ ? Peek(header) : PeekPlain(header); }
 
     // What the next decrypted bytes are, taking in whatever the socket holds
     // without waiting for more. A record cut short is Nothing yet.
