@@ -8,6 +8,7 @@
 #include <string>
 
 #include "frame/platform.h"
+#include "percstr/engine/ascii.h"
 
 namespace vrn {
 
@@ -45,24 +46,6 @@ inline void AppendUtf8(std::string& out, char32_t c) {
     }
 }
 
-// Letter case of ASCII alone: names here are ASCII, and the process's locale
-// has no say in their case. Every other character stands for itself.
-template <class Char>
-constexpr Char LowerAscii(Char c) {
-    return c >= Char('A') && c <= Char('Z') ? static_cast<Char>(c - Char('A') + Char('a')) : c;
-}
-template <class Char>
-constexpr Char UpperAscii(Char c) {
-    return c >= Char('a') && c <= Char('z') ? static_cast<Char>(c - Char('a') + Char('A')) : c;
-}
-// The first count characters of a and b alike but for ASCII letter case.
-template <class Char>
-bool EqualIgnoringAsciiCase(const Char* a, const Char* b, size_t count) {
-    for (size_t i = 0; i < count; ++i) {
-        if (LowerAscii(a[i]) != LowerAscii(b[i])) return false;
-    }
-    return true;
-}
 
 // printf into buffer[size] in the C locale; the count written, or -1 (and the
 // empty text) when it doesn't fit or an argument is null/0.

@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "percstr/engine/ascii.h"
+
 namespace vrn {
 
 PercStrSymbVar PercStrSymbVars[kPercStrSymbVarCount] = {
@@ -68,16 +70,11 @@ uint64_t PercStrSymbErrorLen = 0;
 namespace {
 
 // Only the ASCII capitals fold: an accented letter is compared as it is,
-// whatever the locale says. Its own fold rather than the frame's: an engine
-// stands without the frame, and this runs for every name of a text.
-constexpr unsigned char FoldAsciiCapital(unsigned char c) {
-    return (c >= 'A' && c <= 'Z') ? static_cast<unsigned char>(c - 'A' + 'a') : c;
-}
-
+// whatever the locale says.
 bool NamesEqual(const char* wanted, const char* name) {
     for (size_t i = 0;; ++i) {
-        const auto a = FoldAsciiCapital(static_cast<unsigned char>(wanted[i]));
-        const auto b = FoldAsciiCapital(static_cast<unsigned char>(name[i]));
+        const auto a = LowerAscii(static_cast<unsigned char>(wanted[i]));
+        const auto b = LowerAscii(static_cast<unsigned char>(name[i]));
         if (a != b) return false;
         if (a == 0) return true;
     }

@@ -4,6 +4,8 @@
 #include <chrono>
 #include <thread>
 
+#include "host/exec/text.h"
+
 namespace vrn::exec {
 
 namespace {
@@ -131,8 +133,7 @@ Value Runner::Evaluate(const Expression& e) {
 Value Runner::SystemValue(const Expression& e, int line) const {
     const ServerFacts& f = options_.facts;
     if (e.variable == "serverproperty") {
-        std::string property = e.argument;
-        for (char& c : property) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+        const std::string property = LowerText(e.argument);
         if (property == "productversion") return Text("10.50.1600.1");
         if (property == "productlevel") return Text("RTM");
         if (property == "edition") return Text("Vrn");

@@ -4,6 +4,8 @@
 #include <cctype>
 #include <set>
 
+#include "host/exec/text.h"
+
 namespace vrn::exec {
 
 namespace {
@@ -19,10 +21,6 @@ struct Token {
     int line = 0;
 };
 
-std::string Lower(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });
-    return text;
-}
 
 std::string Utf8Of(const std::u32string& text) {
     std::string out;
@@ -133,7 +131,7 @@ private:
             while (IsNamePart(At(pos_))) ++pos_;
             t.kind = Tok::Word;
             t.text = Utf8Of(text_.substr(start, pos_ - start));
-            if (Lower(t.text) == "go" && AloneOnLine(pos_)) t.kind = Tok::Go;
+            if (LowerText(t.text) == "go" && AloneOnLine(pos_)) t.kind = Tok::Go;
         } else if (std::u32string_view(U"(),;=.+-*<>!").find(c) != std::u32string_view::npos) {
             t.kind = Tok::Symbol;
             t.text = static_cast<char>(c);
@@ -257,7 +255,7 @@ private:
     }
     static bool IsSymbol(const Token& t, const char* symbol) { return t.kind == Tok::Symbol && t.text == symbol; }
     static bool IsWord(const Token& t, const char* word) {
-        return t.kind == Tok::Word && !t.bracketed && Lower(t.text) == word;
+        return t.kind == Tok::Word && !t.bracketed && LowerText(t.text) == word;
     }
 
     static std::string Describe(const Token& t) {
@@ -354,7 +352,7 @@ private:
 
     // IF @@TRANCOUNT > 0 COMMIT|ROLLBACK ..., as drivers end a transaction.
     Statement ParseTransactionIf() {
-        if (Peek().kind != Tok::Variable || Lower(Peek().text) != "@@trancount") Fail("@@TRANCOUNT (IF takes no other condition)");
+        if (Peek().kind != Tok::Variable || LowerText(Peek().text) != "@@trancount") Fail("@@TRANCOUNT (IF takes no other condition)");
         Take();
         Expect(">");
         if (Peek().kind != Tok::Number || Peek().text != "0") Fail("0");
@@ -370,7 +368,7 @@ private:
             const Token& name = Peek();
             if (name.kind != Tok::Variable) Fail("a variable name");
             Take();
-            const std::string key = Lower(name.text);
+            const std::string key = LowerText(name.text);
             if (!declared_.insert(key).second) {
                 throw ScriptError(name.line, "The variable name '" + name.text +
                                                  "' has already been declared. Variable names must be unique "
@@ -498,7 +496,7 @@ private:
     }
 
     std::string VariableKey(const Token& t) {
-        const std::string key = Lower(t.text);
+        const std::string key = LowerText(t.text);
         if (key.rfind("@@", 0) == 0) throw ScriptError(t.line, "system variables (" + t.text + ") can't be set", kErrorSyntax, t.text);
         if (!declared_.count(key)) {
             throw ScriptError(t.line, "Must declare the scalar variable \"" + t.text + "\".", kErrorUndeclared);
@@ -522,7 +520,7 @@ private:
         case Tok::Number: Take(); return AtLine(line, [&] { return Literal(NumberLiteral(t.text)); });
         case Tok::Variable: {
             Take();
-            if (Lower(t.text).rfind("@@", 0) == 0) return SystemValue(Lower(t.text), {});
+            if (LowerText(t.text).rfind("@@", 0) == 0) return SystemValue(LowerText(t.text), {});
             Expression e;
             e.kind = Expression::Kind::Variable;
             e.variable = VariableKey(t);

@@ -168,6 +168,16 @@ std::string Utf16ToUtf8(const Bytes& bytes) {
     return out;
 }
 
+std::string LowerText(std::string text) {
+    for (char& c : text) c = LowerAscii(c);
+    return text;
+}
+
+std::string UpperText(std::string text) {
+    for (char& c : text) c = UpperAscii(c);
+    return text;
+}
+
 std::string Hex(const Bytes& bytes) {
     static constexpr char kDigits[] = "0123456789ABCDEF";
     std::string out;

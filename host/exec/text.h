@@ -42,6 +42,10 @@ std::string Cp1252ToUtf8(const Bytes& bytes);
 std::string Utf16ToUtf8(const Bytes& bytes);
 
 std::string Hex(const Bytes& bytes);  // upper case, no prefix
+
+// A copy of text with its ASCII letters lowered, or raised.
+std::string LowerText(std::string text);
+std::string UpperText(std::string text);
 // Columns a UTF-8 text takes on a terminal (one per code point).
 size_t DisplayWidth(std::string_view utf8);
 

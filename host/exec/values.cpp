@@ -8,6 +8,8 @@
 #include <cstring>
 #include <limits>
 
+#include "host/exec/text.h"
+
 namespace vrn::exec {
 
 namespace {
@@ -255,8 +257,7 @@ Number ToNumber(const Value& v, const SqlType& target) {
     default: {
         const std::string text = TextOf(v);
         if (target.family == Family::Bit) {
-            std::string upper = Trimmed(text);
-            std::transform(upper.begin(), upper.end(), upper.begin(), [](unsigned char c) { return std::toupper(c); });
+            const std::string upper = UpperText(Trimmed(text));
             if (upper == "TRUE" || upper == "FALSE") {
                 n.exact.magnitude = upper == "TRUE";
                 return n;
@@ -421,8 +422,7 @@ uint32_t Value::MaxLength() const {
 }
 
 SqlType ParseType(const std::string& rawName, const std::vector<std::string>& args, bool inCast) {
-    std::string name = rawName;
-    std::transform(name.begin(), name.end(), name.begin(), [](unsigned char c) { return std::tolower(c); });
+    const std::string name = LowerText(rawName);
     auto noArgs = [&] {
         if (!args.empty()) throw SqlError("the type " + name + " takes no length");
     };
@@ -444,9 +444,7 @@ SqlType ParseType(const std::string& rawName, const std::vector<std::string>& ar
         if (args.size() > 1) throw SqlError("the type " + name + " takes one length");
         uint32_t n = inCast ? 30 : 1;
         if (!args.empty()) {
-            std::string arg = args[0];
-            std::transform(arg.begin(), arg.end(), arg.begin(), [](unsigned char c) { return std::tolower(c); });
-            if (arg == "max") throw SqlError(name + "(max) is not supported; give a length");
+            if (LowerText(args[0]) == "max") throw SqlError(name + "(max) is not supported; give a length");
             n = ParseCount(args[0], name);
         }
         if (n < 1 || n > s.limit) {

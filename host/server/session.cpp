@@ -36,10 +36,6 @@ constexpr int32_t kLoginFailed = 18456;
 constexpr int32_t kNoFreeConnection = 17809;
 constexpr int32_t kErrorGeneric = 50000;
 
-std::string Lower(std::string s) {
-    for (char& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return s;
-}
 
 // The system procedures' names: the only ones looked up beside the library's.
 bool IsSystemName(const std::string& name) { return name.size() > 3 && EqualIgnoringAsciiCase(name.data(), "sp_", 3); }
@@ -496,7 +492,7 @@ public:
 
     std::optional<host::CallResult> Execute(const Call& call) override {
         if (IsSystemName(call.procedure)) {
-            if (auto system = CallSystemProcedure(Lower(call.procedure), call.params, call.names)) return system;
+            if (auto system = CallSystemProcedure(exec::LowerText(call.procedure), call.params, call.names)) return system;
         }
         for (const std::string& name : call.names) {
             if (!name.empty()) {
@@ -560,11 +556,11 @@ std::vector<Declared> ParseDeclarations(const std::string& text, int line) {
         if (words.empty()) continue;
         Declared d;
         if (words.size() < 2 || words[0][0] != '@') throw exec::ScriptError(line, "bad parameter declaration", exec::kErrorSyntax, p);
-        d.key = Lower(words[0]);
-        const std::string lastWord = Lower(words.back());
+        d.key = exec::LowerText(words[0]);
+        const std::string lastWord = exec::LowerText(words.back());
         d.output = words.size() > 2 && (lastWord == "output" || lastWord == "out");
         std::string type = words[1];
-        if (Lower(type) == "as" && words.size() > 2) type = words[2];
+        if (exec::LowerText(type) == "as" && words.size() > 2) type = words[2];
         const size_t open = type.find('(');
         std::vector<std::string> args;
         if (open != std::string::npos) {
@@ -577,8 +573,8 @@ std::vector<Declared> ParseDeclarations(const std::string& text, int line) {
             args.push_back(inside.substr(start));
         }
         try {
-            if (!args.empty() && Lower(args[0]) == "max") {
-                const std::string base = Lower(type);
+            if (!args.empty() && exec::LowerText(args[0]) == "max") {
+                const std::string base = exec::LowerText(type);
                 d.type = Sized(base == "nvarchar" ? exec::Family::NChar : base == "varbinary" ? exec::Family::Binary
                                                                                               : exec::Family::Char,
                                base == "nvarchar" ? 231 : base == "varbinary" ? 165 : 167, 0x7FFFFFFF,
@@ -832,7 +828,7 @@ private:
                 {"sp_executesql", tds::kSpExecuteSql}, {"sp_prepare", tds::kSpPrepare}, {"sp_execute", tds::kSpExecute},
                 {"sp_prepexec", tds::kSpPrepExec},     {"sp_unprepare", tds::kSpUnprepare},
             };
-            const auto it = byName.find(Lower(name));
+            const auto it = byName.find(exec::LowerText(name));
             if (it != byName.end()) id = it->second;
         }
         switch (id) {
@@ -917,7 +913,7 @@ private:
         for (size_t i = first, position = 0; i < params.size(); ++i, ++position) {
             size_t d = position;
             if (!params[i].name.empty()) {
-                const std::string key = Lower(tds::Utf8OfUtf16(params[i].name));
+                const std::string key = exec::LowerText(tds::Utf8OfUtf16(params[i].name));
                 for (size_t k = 0; k < declared.size(); ++k) {
                     if (declared[k].key == key) d = k;
                 }

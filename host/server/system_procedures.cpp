@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "frame/srv.h"
+#include "host/exec/text.h"
 
 namespace vrn::server {
 
@@ -74,8 +75,7 @@ std::optional<int32_t> IntegerParam(const std::vector<host::Param>& params, cons
                                     const char* name, size_t index) {
     const host::Param* found = nullptr;
     for (size_t i = 0; i < params.size(); ++i) {
-        std::string n = i < names.size() ? names[i] : std::string();
-        for (char& ch : n) ch = static_cast<char>(std::tolower(static_cast<unsigned char>(ch)));
+        const std::string n = i < names.size() ? exec::LowerText(names[i]) : std::string();
         if (n == name || (n.empty() && i == index)) found = &params[i];
     }
     if (!found || found->isNull || found->value.empty() || found->value.size() > 4) return std::nullopt;
