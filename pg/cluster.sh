@@ -16,6 +16,11 @@ VRN_PG_CLUSTERS=()
 vrn_pg_stop() {
   local name
   for name in "${VRN_PG_CLUSTERS[@]}"; do
+    # A backend that died takes the others down with it: say which and how.
+    if grep -qE 'terminated by signal|exited with exit code|PANIC' "$VRN_PG_DIR/$name.log" 2>/dev/null; then
+      echo "--- $name: the server log from the first fault" >&2
+      sed -n '/terminated by signal\|exited with exit code\|PANIC/,$p' "$VRN_PG_DIR/$name.log" | head -n 40 >&2
+    fi
     if [ -f "$VRN_PG_DIR/$name/postmaster.pid" ]; then
       $VRN_PG_AS "$VRN_PG_TREE$VRN_PG_BINDIR/pg_ctl" -D "$VRN_PG_DIR/$name" -m immediate -w stop >/dev/null 2>&1 || true
     fi
@@ -49,6 +54,10 @@ vrn_pg_tree() {
     [ "$(basename "$entry")" = extension ] || ln -s "$entry" "$VRN_PG_TREE$sharedir/"
   done
   ln -s "$sharedir"/extension/* "$VRN_PG_TREE$sharedir/extension/"
+  # An extension installed into the server's own folders comes in with the
+  # links: unlink it first, or cp writes through the link into the system's
+  # file while other clusters have it mapped (they die of SIGBUS).
+  rm -f "$VRN_PG_TREE$libdir"/vrn.so "$VRN_PG_TREE$sharedir"/extension/vrn[-.]*
   cp "$stage$libdir"/vrn.so "$VRN_PG_TREE$libdir/"
   cp "$stage$sharedir"/extension/vrn* "$VRN_PG_TREE$sharedir/extension/"
 
