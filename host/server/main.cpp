@@ -353,13 +353,16 @@ int main(int argc, char** argv) {
 
     // The stop: no new connections; a connection between requests is closed
     // now, one in a call once its answer has gone, until the bound.
-    vrn::server::Log("stopping: " + std::to_string(clients.size()) + " connections, calls in flight get up to " +
-                     std::to_string(stopTimeout) + " s");
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(stopTimeout);
-    for (;;) {
+    for (bool first = true;; first = false) {
         for (Client& c : clients) {
             // Reading stops, writing doesn't: an answer being written still goes out whole.
             if (!c.done && !c.control.busy) shutdown(c.fd, SHUT_RD);
+        }
+        // Said once the idle ones are shut, so a request after the line never gets an answer.
+        if (first) {
+            vrn::server::Log("stopping: " + std::to_string(clients.size()) +
+                             " connections, calls in flight get up to " + std::to_string(stopTimeout) + " s");
         }
         reap();
         if (clients.empty()) break;
